@@ -1,0 +1,3 @@
+#include "CRDaemon/MyDaemon.h"
+
+void MyDaemon::LogCrashedModuleInfo(const std::string&) {}

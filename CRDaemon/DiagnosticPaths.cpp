@@ -1,0 +1,83 @@
+#include "CRDaemon/DiagnosticPaths.h"
+
+#include "CRDaemon/ProcessValues.h"
+#include "platform/Files.h"
+#include "support/AtomicFile.h"
+#include "support/FileSystemUtils.h"
+#include "support/FixedNames.h"
+#include "support/Log.h"
+#include "support/Paths.h"
+#include "support/Text.h"
+
+namespace {
+
+constexpr char relativeSystemReports[] = "Library/Logs/DiagnosticReports";
+
+std::string InUserLibrary(const char* folder) {
+  return paths::ExpandTilde(paths::Join(ProcessWide().UserLibrary, folder));
+}
+
+std::string Announced(const char* label, std::string path, CodePlace place = CodePlace()) {
+  LogInfo(label + path, place);
+  return path;
+}
+
+}  // namespace
+
+std::string GetUserDiagnosticPath() {
+  return Announced("UserDiagnosticPath: ", InUserLibrary(names::diagnosticReports));
+}
+
+std::string GetUserDiagnosticPathForNewHardware() {
+  return Announced("UserDiagnosticPathForNewHardware: ", InUserLibrary(names::diagnosticReportsForNewHardware));
+}
+
+std::string GetSystemDiagnosticPathForNewHardware() {
+  return Announced("SystemDiagnosticPathForNewHardware: ", relativeSystemReports);
+}
+
+std::string GetSystemDiagnosticPath() { return Announced("SystemDiagnosticPath: ", relativeSystemReports); }
+
+std::string UserReportPath(const std::string& name) {
+  return paths::Join(InUserLibrary(names::diagnosticReports), name);
+}
+
+std::optional<std::string> AcceptReportText(const std::string& path, platform::Result<std::string> bytes) {
+  if (!bytes) {
+    if (platform::IsRefusal(bytes.Error())) LogError("refused to read report " + path + ": " + bytes.Error().message());
+    return std::nullopt;
+  }
+  if (!text::IsUtf8(*bytes)) return std::nullopt;
+  return std::move(*bytes);
+}
+
+std::optional<std::string> ReadReportText(const std::string& path) {
+  return AcceptReportText(path, platform::ReadFile(path, platform::reportLimitBytes));
+}
+
+std::optional<std::string> FirstExisting(std::initializer_list<std::string> candidates) {
+  for (const std::string& path : candidates) {
+    if (FileSystemUtils::DoesPathExist(path)) return path;
+  }
+  return std::nullopt;
+}
+
+bool CopyCrashFileToUserLibrary(const std::string& name) {
+  const auto source =
+      FirstExisting({paths::Join(systemReports, name), paths::Join(GetUserDiagnosticPathForNewHardware(), name),
+                     paths::Join(GetSystemDiagnosticPathForNewHardware(), name)});
+  if (!source) return true;
+
+  const auto text = ReadReportText(*source);
+  if (!text) {
+    LogInfo("Error while reading content of crash file from system library");
+    return false;
+  }
+  const std::string destination = paths::Join(GetUserDiagnosticPath(), name);
+  if (FileSystemUtils::DoesPathExist(destination)) return true;
+  if (WriteAtomically(destination, *text)) {
+    LogInfo("Error while copying crash file to user library ");
+    return false;
+  }
+  return true;
+}

@@ -1,0 +1,130 @@
+#include <string_view>
+#include <utility>
+
+#include "CRDaemon/IngestUpload.h"
+#include "CRDaemon/Ingester.h"
+#include "CRDaemon/ProcessValues.h"
+#include "CRDaemon/ReportMatching.h"
+#include "support/FixedNames.h"
+#include "support/Log.h"
+#include "support/Paths.h"
+
+namespace {
+
+constexpr std::int32_t daysOfLife = 30;
+constexpr std::int32_t secondsOfDay = 86400;
+
+std::optional<std::vector<std::string>> ListNames(const std::string& path) {
+  auto folder = platform::Folder::Open(path);
+  std::error_code error = folder.Error();
+  std::vector<std::string> entries;
+  if (folder) {
+    while (auto name = folder->Next()) entries.push_back(std::move(*name));
+    error = folder->Error();
+  }
+  if (!error) return entries;
+  LogError("failed to get contents of directory: " + path + " with error: " + error.message());
+  return std::nullopt;
+}
+
+// The event as far as its file tells it. None when the file must stay as it is: somebody else delivered and removed it,
+// the guard refused it, or the system failed for the moment. One that is there and cannot be understood is an empty
+// event.
+std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
+  const platform::Result<std::string> bytes = platform::ReadFile(path, platform::smallFileLimitBytes);
+  if (bytes) {
+    const platform::Result<platform::Value> root = platform::ParsePropertyList(*bytes);
+    const auto* event = root ? root->As<platform::Dictionary>() : nullptr;
+    return event == nullptr ? platform::Dictionary() : *event;
+  }
+  if (bytes.Error() == std::errc::permission_denied) return platform::Dictionary();
+  if (bytes.Error() != std::errc::no_such_file_or_directory) {
+    LogError("failed to read event: " + path + " with error: " + bytes.Error().message());
+  }
+  return std::nullopt;
+}
+
+bool DeliverEvent(const std::string& path, platform::HttpClient& http) {
+  const auto event = ReadEvent(path);
+  if (!event || !postToIngest(*event, http)) return false;
+  deleteFile(path);
+  return true;
+}
+
+}  // namespace
+
+void deleteFile(const std::string& path) {
+  if (const std::error_code error = platform::RemoveFile(path)) {
+    LogError("failed to delete path: " + path + " with error: " + error.message());
+  }
+}
+
+void Ingester::forEachFileAtPath(const std::string& folder, const std::function<bool(const std::string&)>& action) {
+  const auto entries = ListNames(folder);
+  if (!entries) return;
+  for (const std::string& name : *entries) {
+    const std::string path = paths::Join(folder, name);
+    const platform::FileKind kind = platform::KindOf(path);
+    if (kind == platform::FileKind::absent || kind == platform::FileKind::folder) continue;
+    if (!action(path)) return;
+  }
+}
+
+bool Ingester::isFileAtPath(const std::string& path, std::int32_t days) {
+  const auto created = platform::CreationDate(path);
+  if (!created) {
+    LogError("failed to get attributes of path: " + path + " with error: no creation date");
+    return false;
+  }
+  return reports::IsEarlier(created, platform::Now() - std::chrono::seconds(days * secondsOfDay));
+}
+
+// Lock files too live for the full time: one of them may still be held.
+bool Ingester::shouldDeleteFile(const std::string& path) { return isFileAtPath(path, daysOfLife); }
+
+bool Ingester::shouldProcessReport(const std::string& path) {
+  const std::string name = paths::LastComponent(path);
+  return std::string_view(name).starts_with(names::eventFilePrefix) &&
+         std::string_view(name).ends_with(names::eventFileSuffix);
+}
+
+std::string Ingester::getLockPathForReportPath(const std::string& path) {
+  return path + "." + names::lockFileExtension;
+}
+
+void Ingester::cleanupExpiredFiles() {
+  forEachFileAtPath(ProcessWide().REPORTS_DIR, [](const std::string& path) {
+    if (shouldDeleteFile(path)) deleteFile(path);
+    return true;
+  });
+}
+
+// A run that ran into a time-out leaves the rest to a later one: somebody waits for its end.
+void Ingester::processReports(UploadRun& run) {
+  forEachFileAtPath(ProcessWide().REPORTS_DIR, [&run](const std::string& path) {
+    if (shouldProcessReport(path)) processReport(path, run);
+    return !run.http.IsSpent();
+  });
+}
+
+bool Ingester::processReport(const std::string& path, UploadRun& run) {
+  LogInfo("process report at path: " + path);
+  const std::string lockPath = getLockPathForReportPath(path);
+  platform::FileLock lock = platform::FileLock::Try(lockPath);
+  const std::string withError = lockPath + " with error: " + std::to_string(lock.errorNumber());
+  switch (lock.state()) {
+    case platform::FileLock::State::notCreated:
+      LogError("failed to create lock file: " + withError);
+      return false;
+    case platform::FileLock::State::notLocked:
+      LogError("failed to lock file: " + withError);
+      run.refusedLocks.push_back(std::move(lock));
+      return false;
+    case platform::FileLock::State::held:
+      break;
+  }
+  const bool rc = DeliverEvent(path, run.http);
+  lock.RemoveAndRelease();
+  LogInfo("processed report at path: " + path + " with rc: " + (rc ? "1" : "0"));
+  return rc;
+}

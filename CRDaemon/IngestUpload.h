@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/Clock.h"
+#include "platform/HttpClient.h"
+#include "platform/PropertyList.h"
+
+// The ingest protocol: one event, one envelope, one POST.
+namespace upload {
+
+// Whether events may go there: https:// anywhere, http:// to a loopback host only.
+[[nodiscard]] bool IsAllowedUrl(std::string_view url);
+
+// The one of the environment where it is set and allowed, else the built-in one.
+[[nodiscard]] std::string ServiceUrl();
+
+// A client that speaks to the service with the protocol's header lines.
+[[nodiscard]] platform::HttpClient ServiceClient();
+
+// The body of a request: the constant attributes, over them the event's own.
+[[nodiscard]] platform::Value Envelope(const platform::Dictionary& event, platform::Time now);
+
+}  // namespace upload
+
+// True when the service accepted the event, that is with any status below 400.
+[[nodiscard]] bool postToIngest(const platform::Dictionary& event, platform::HttpClient& http);

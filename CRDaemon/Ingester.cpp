@@ -1,0 +1,108 @@
+#include "CRDaemon/Ingester.h"
+
+#include <exception>
+#include <utility>
+
+#include "CRDaemon/DiagnosticPaths.h"
+#include "CRDaemon/IngestUpload.h"
+#include "CRDaemon/ProcessValues.h"
+#include "support/AtomicFile.h"
+#include "support/FixedNames.h"
+#include "support/Guid.h"
+#include "support/Log.h"
+#include "support/Paths.h"
+
+namespace {
+
+// The boundary that no exception of the outbox crosses.
+template <typename Operation>
+void LogUncaught(const char* name, Operation operation, CodePlace place = CodePlace()) {
+  const std::string message = std::string("uncaught exception in ") + name + ": ";
+  try {
+    operation();
+  } catch (const std::exception& exception) {
+    LogError(message + exception.what(), place);
+  } catch (...) {
+    LogError(message + "unknown", place);
+  }
+}
+
+}  // namespace
+
+// Its exceptions are reported under the name of `start`.
+Ingester::Ingester(const std::string& appName, const std::string& appVersion, const std::string& crashReporterVersion,
+                   const std::string& sessionGuid, const std::string& userGuid) {
+  LogUncaught("start", [&] {
+    LogInfo("init app:" + appName + "_" + appVersion);
+    sender_ = {.appName = conversion::trimWhiteSpaces(appName),
+               .appVersion = conversion::trimWhiteSpaces(appVersion),
+               .crashReporterVersion = conversion::trimWhiteSpaces(crashReporterVersion),
+               .sessionGuid = conversion::trimWhiteSpaces(sessionGuid),
+               .userGuid = conversion::trimWhiteSpaces(userGuid)};
+  });
+}
+
+void Ingester::start() {
+  LogUncaught("start", [&] {
+    LogInfo("start");
+    asyncGroup_.emplace();
+    runOnce();
+  });
+}
+
+void Ingester::setSessionGuid(const std::string& guid) {
+  LogUncaught("setSessionGuid", [&] {
+    LogInfo("setSessionGuid:" + guid);
+    sender_.sessionGuid = conversion::trimWhiteSpaces(guid);
+  });
+}
+
+void Ingester::runOnce() {
+  LogInfo("runOnce");
+  asyncGroup_->Async([] {
+    LogUncaught("runOnce block", [] {
+      UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
+      cleanupExpiredFiles();
+      processReports(run);
+    });
+  });
+}
+
+void Ingester::submitReport(const std::string& path, const std::string& type) {
+  LogUncaught("submitReport", [&] {
+    saveReport(path, type);
+    runOnce();
+  });
+}
+
+void Ingester::stop() {
+  LogUncaught("stop", [&] {
+    LogInfo("stop");
+    if (asyncGroup_) asyncGroup_->Wait();
+    LogInfo("stopped");
+  });
+}
+
+std::string Ingester::getUniqueFileName() {
+  return std::string(names::eventFilePrefix) + "_" + NewGuid() + "." + names::eventFileSuffix;
+}
+
+// A report that cannot be read still makes an event: that the host crashed is worth knowing.
+void Ingester::saveReport(const std::string& path, const std::string& type) {
+  LogInfo("save report from path: " + path);
+  const std::string report = ReadReportText(path).value_or("");
+  const platform::Dictionary event = conversion::EventFromReport(report, type, sender_);
+
+  const std::string folder = ProcessWide().REPORTS_DIR;
+  if (platform::KindOf(folder) == platform::FileKind::absent) {
+    if (const std::error_code error = platform::MakeFolders(folder)) {
+      LogError("failed to create path: " + folder + " with error: " + error.message());
+    }
+  }
+  const std::string eventPath = paths::Join(folder, getUniqueFileName());
+  const platform::Result<std::string> xml = platform::WritePropertyList(platform::Value(event));
+  if (const std::error_code error = xml ? WriteAtomically(eventPath, *xml) : xml.Error()) {
+    LogError("failed to write event: " + eventPath + " with error: " + error.message());
+  }
+  LogInfo("saved report to path: " + eventPath);
+}

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CRDaemon/ReportConversion.h"
+#include "platform/Clock.h"
+#include "platform/Files.h"
+#include "platform/HttpClient.h"
+#include "platform/Workers.h"
+
+// What one worker run holds on to until its end.
+struct UploadRun {
+  platform::HttpClient http;
+  std::vector<platform::FileLock> refusedLocks;  // of events that another run is posting
+};
+
+// The outbox for crash events. A report becomes an event file in the queue; worker runs in the background expire old
+// files and post the others. What could not be delivered waits for a later run, of any process. Used from one thread;
+// no operation lets an exception out.
+class Ingester {
+ public:
+  Ingester(const std::string& appName, const std::string& appVersion, const std::string& crashReporterVersion,
+           const std::string& sessionGuid, const std::string& userGuid);
+
+  // Before every other operation.
+  void start();
+  void setSessionGuid(const std::string& guid);
+  // Schedules one worker run and returns at once.
+  void runOnce();
+  // Queues the report's event on the calling thread, then schedules a run.
+  void submitReport(const std::string& path, const std::string& type);
+  // Returns when every run has ended.
+  void stop();
+
+  // The steps of a run. They touch no field of any object.
+  static void cleanupExpiredFiles();
+  static void processReports(UploadRun& run);
+  static bool processReport(const std::string& path, UploadRun& run);
+
+  [[nodiscard]] static bool shouldProcessReport(const std::string& path);
+  [[nodiscard]] static bool shouldDeleteFile(const std::string& path);
+  [[nodiscard]] static bool isFileAtPath(const std::string& path, std::int32_t days);
+  // Calls `action` with the full path of everything in the folder that is not a folder, until it answers false.
+  static void forEachFileAtPath(const std::string& folder, const std::function<bool(const std::string&)>& action);
+  [[nodiscard]] static std::string getLockPathForReportPath(const std::string& path);
+  [[nodiscard]] static std::string getUniqueFileName();
+
+ private:
+  void saveReport(const std::string& path, const std::string& type);
+
+  std::optional<platform::WorkerGroup> asyncGroup_;
+  conversion::Sender sender_;
+};
+
+// Removes the file; a failure is logged.
+void deleteFile(const std::string& path);
+
+// Stops the ingester when the scope ends.
+class ScopedIngester {
+ public:
+  explicit ScopedIngester(std::unique_ptr<Ingester> ingester) : ingester_(std::move(ingester)) {}
+  ScopedIngester(const ScopedIngester&) = delete;
+  ScopedIngester& operator=(const ScopedIngester&) = delete;
+  ~ScopedIngester() { ingester_->stop(); }
+
+  Ingester* operator->() const { return ingester_.get(); }
+
+ private:
+  std::unique_ptr<Ingester> ingester_;
+};

@@ -1,0 +1,7 @@
+#include "CRDaemon/MyDaemon.h"
+
+void MyDaemon::PopulateDictionaryWithWindows() {}
+
+void MyDaemon::WaitForAppleCrashDialog() {}
+
+void MyDaemon::ReleaseWindowDictionary() {}

@@ -1,0 +1,9 @@
+# Warnings are errors in our own code; headers of others are system headers and none of our business.
+add_library(crd_warnings INTERFACE)
+target_compile_options(crd_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
+  -Wformat=2 -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # False alarms of g++ 12 on "text" + std::string in optimised builds.
+  target_compile_options(crd_warnings INTERFACE -Wno-restrict)
+endif()

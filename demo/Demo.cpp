@@ -1,0 +1,247 @@
+// Plays the daemon's main job with real hosts and the real daemon, prints what each did and when, and fails when
+// anything did not happen.
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+
+#include "demo/Sandbox.h"
+#include "support/Json.h"
+
+namespace {
+
+using demo::HostRun;
+using platform::Dictionary;
+using platform::Value;
+using namespace std::chrono_literals;
+
+// In the order in which the crash reporter gets them.
+constexpr const char* reporterArgumentNames[] = {
+    "report",         "name",     "version",       "icon",        "send value",       "process id",
+    "description",    "product",  "build",         "session",     "display name",     "show only once",
+    "scaling factor", "kind",     "hang report",   "exit status", "reporter version", "dialog options",
+    "dialog e-mail",  "minidump", "dump attached", "user GUID",   "code type",        "license type"};
+
+std::string Text(const Value& value) { return std::get<std::string>(json::Write(value)); }
+
+void PrintObject(const Dictionary& object, const std::string& indent) {
+  for (const auto& [key, value] : object) {
+    if (const auto* inner = value.As<Dictionary>()) {
+      std::cout << indent << key << ":\n";
+      PrintObject(*inner, indent + "    ");
+    } else {
+      std::cout << indent << key << ": " << Text(value) << '\n';
+    }
+  }
+}
+
+class Demonstration {
+ public:
+  // False when anything did not happen.
+  bool Play() {
+    Scene("(a) The host dies of SIGSEGV. Its own handler writes a signal report.", [this] { SignalReport(); });
+    Scene("(b) The host dies. The system's report appears two seconds later.", [this] { SystemReport(); });
+    Scene("(c) The host ends normally.", [this] { NormalEnd(); });
+    Scene("(d) The service answers 500. The next run delivers.", [this] { Redelivery(); });
+    std::cout << '\n' << (failures_ == 0 ? "All of it happened." : "Something did not happen.") << std::endl;
+    return failures_ == 0;
+  }
+
+ private:
+  void Scene(const char* title, const std::function<void()>& play) {
+    std::cout << '\n' << title << "\n\n";
+    begin_ = std::chrono::steady_clock::now();
+    std::filesystem::remove(sandbox_.Folder() / "reporter.txt");
+    play();
+  }
+
+  void SignalReport() {
+    HostRun run = StartHost({{19, "1"}, {23, "0"}});
+    LiveAWhile(run);
+    run.host.Say("report-faults");
+    run.host.Say("crash");
+    const auto status = run.host.AwaitEnd();
+    Tell("host", "died of SIGSEGV");
+    Expect(status && WIFSIGNALED(*status) && WTERMSIG(*status) == SIGSEGV, "the host died of SIGSEGV");
+    FollowToItsEnd(run);
+    ExpectDelivered("abnormal:signal");
+    ExpectReporter("1");
+  }
+
+  void SystemReport() {
+    const demo::Program writer = StartReportWriter();
+    HostRun run = StartHost({});
+    LiveAWhile(run);
+    Crash(run);
+    FollowFor(2s, run);
+    PutSystemReport(run, "Photo-Darkroom.ips");
+    FollowToItsEnd(run);
+    Expect(!run.Logged("Number of current processes: 0"), "the process that writes the report was counted");
+    ExpectDelivered("abnormal:crash");
+    ExpectReporter("0");
+  }
+
+  void NormalEnd() {
+    const std::size_t received = sandbox_.Received().size();
+    HostRun run = StartHost({{23, "1"}});
+    LiveAWhile(run);
+    run.host.Say("exit 0");
+    Expect(run.host.AwaitEnd() == 0, "the host ended with status 0");
+    Tell("host", "ended with status 0");
+    FollowToItsEnd(run);
+    Expect(run.Logged("Normal Exit"), "the daemon took it for a normal end");
+    Expect(sandbox_.Received().size() == received, "nothing was posted");
+    Expect(!sandbox_.ReporterArguments(), "no crash reporter was started");
+  }
+
+  void Redelivery() {
+    sandbox_.TellService("status 500");
+    {
+      HostRun run = StartHost({});
+      LiveAWhile(run);
+      Crash(run);
+      PutSystemReport(run, "Photo-Lightbox.ips");
+      FollowToItsEnd(run);
+    }
+    const demo::Receipt refused = LastReceipt();
+    Expect(refused.status == 500, "the service answered 500");
+    Expect(sandbox_.QueuedEvents().size() == 1, "the event stayed in the queue");
+
+    sandbox_.TellService("status 200");
+    HostRun run = StartHost({});
+    Follow(run, demo::patience, [&] { return sandbox_.QueuedEvents().empty(); });
+    run.host.Say("exit 0");
+    Expect(run.host.AwaitEnd() == 0, "the next host ended normally");
+    Tell("host", "ended with status 0");
+    FollowToItsEnd(run);
+    Expect(LastReceipt().status == 200, "the service answered 200");
+    Expect(LastReceipt().Data("event.guid") == refused.Data("event.guid"), "it was the same event");
+  }
+
+  HostRun StartHost(const std::map<int, std::string>& elements) {
+    HostRun run = sandbox_.StartWatchedHost({.elements = elements});
+    Tell("host", "process " + std::to_string(run.host.Id()) + " started the daemon, process " +
+                     std::to_string(run.daemon.Id()));
+    const auto messages = run.Messages();
+    shownMessages_ = std::distance(messages.begin(), std::find(messages.begin(), messages.end(), "runOnce"));
+    return run;
+  }
+
+  void LiveAWhile(HostRun& run) { FollowFor(1500ms, run); }
+
+  void Crash(HostRun& run) {
+    run.host.Say("crash");
+    Expect(run.host.AwaitEnd().has_value(), "the host died");
+    Tell("host", "died of SIGSEGV");
+  }
+
+  // What the daemon counts as a process that writes reports.
+  demo::Program StartReportWriter() {
+    const auto program = sandbox_.Folder() / "ReportCrash";
+    std::filesystem::copy_file("/usr/bin/sleep", program);
+    Tell("system", "a process named ReportCrash runs");
+    return sandbox_.StartProgram({program, "600"}, "ReportCrash.out");
+  }
+
+  void PutSystemReport(const HostRun& run, const std::string& name) {
+    sandbox_.Put(sandbox_.Reports() / name, demo::SystemReport(run.host.Id()));
+    Tell("system", "wrote " + name);
+  }
+
+  // Tells what the daemon and the service do until `done` or the deadline.
+  void Follow(HostRun& run, std::chrono::milliseconds deadline, const std::function<bool()>& done) {
+    static_cast<void>(demo::Eventually(
+        [&] {
+          const bool last = done();
+          TellNews(run);
+          return last;
+        },
+        deadline));
+  }
+
+  void FollowFor(std::chrono::milliseconds time, HostRun& run) {
+    Follow(run, time, [] { return false; });
+  }
+
+  void FollowToItsEnd(HostRun& run) {
+    Follow(run, demo::patience, [&] { return run.daemon.Status().has_value(); });
+    const auto status = run.daemon.Status();
+    if (status) Tell("daemon", "ended with status " + std::to_string(WEXITSTATUS(*status)));
+    Expect(status == 0, "the daemon ended with status 0");
+  }
+
+  void TellNews(const HostRun& run) {
+    const auto messages = run.Messages();
+    for (; shownMessages_ < std::ssize(messages); ++shownMessages_) {
+      const std::string& message = messages.at(static_cast<std::size_t>(shownMessages_));
+      // Written at every look into a folder.
+      if (message.find("DiagnosticPath") == std::string::npos) Tell("daemon", message);
+    }
+    const auto receipts = sandbox_.Received();
+    for (; shownReceipts_ < receipts.size(); ++shownReceipts_) {
+      Tell("service", "got an event, answers " + std::to_string(receipts[shownReceipts_].status));
+    }
+  }
+
+  void Tell(const char* who, std::string what) {
+    const std::string home = sandbox_.Folder() / "home";
+    for (std::size_t at = 0; (at = what.find(home)) != std::string::npos;) what.replace(at, home.size(), "~");
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin_;
+    std::printf("  %6.2f s  %-8s %s\n", time.count(), who, what.c_str());
+    std::fflush(stdout);
+  }
+
+  demo::Receipt LastReceipt() const {
+    const auto receipts = sandbox_.Received();
+    return receipts.empty() ? demo::Receipt() : receipts.back();
+  }
+
+  void ExpectDelivered(const std::string& kind) {
+    const demo::Receipt receipt = LastReceipt();
+    Expect(receipt.status == 200, "the service took the event");
+    Expect(receipt.problems.empty(), "the service had nothing to object to");
+    Expect(receipt.Data("event.value") == kind, "the event is " + kind);
+    Expect(sandbox_.QueuedEvents().empty(), "the queue is empty");
+    std::cout << "\n  The event as the service received it:\n\n";
+    PrintObject(receipt.event, "    ");
+  }
+
+  void ExpectReporter(const std::string& kind) {
+    Expect(demo::Eventually([this] { return sandbox_.ReporterArguments().has_value(); }),
+           "a crash reporter was started");
+    const auto arguments = sandbox_.ReporterArguments().value_or(std::vector<std::string>());
+    const bool complete = arguments.size() == std::size(reporterArgumentNames);
+    Expect(complete, "the crash reporter got 24 arguments");
+    if (!complete) return;
+    Expect(arguments[13] == kind, "the kind of report is " + kind);
+    std::cout << "\n  The crash reporter's arguments:\n\n";
+    for (std::size_t at = 0; at < arguments.size(); ++at) {
+      std::printf("    %2zu  %-17s \"%s\"\n", at + 1, reporterArgumentNames[at], arguments[at].c_str());
+    }
+  }
+
+  void Expect(bool happened, const std::string& what) {
+    if (happened) return;
+    ++failures_;
+    std::cout << "  DID NOT HAPPEN: " << what << std::endl;
+  }
+
+  demo::Sandbox sandbox_;
+  std::chrono::steady_clock::time_point begin_;
+  std::ptrdiff_t shownMessages_ = 0;
+  std::size_t shownReceipts_ = 0;
+  int failures_ = 0;
+};
+
+}  // namespace
+
+int main() try { return Demonstration().Play() ? 0 : 1; } catch (const std::exception& error) {
+  std::cerr << "Demo: " << error.what() << '\n';
+  return 2;
+}

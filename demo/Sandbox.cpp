@@ -1,0 +1,246 @@
+#include "demo/Sandbox.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "support/Json.h"
+
+namespace demo {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Dictionary;
+
+constexpr char busConfiguration[] =
+    "<busconfig><type>session</type><listen>unix:path=%</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+    "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow "
+    "own=\"*\"/></policy></busconfig>\n";
+
+void Own(const fs::path& path) {
+  const Account account = OrdinaryAccount();
+  if (lchown(path.c_str(), account.user, account.group) != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+}
+
+void MakeFolders(const fs::path& path) {
+  if (fs::exists(path)) return;
+  MakeFolders(path.parent_path());
+  fs::create_directory(path);
+  fs::permissions(path, fs::perms::owner_all);
+  Own(path);
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line) && !stream.eof();) lines.push_back(line);
+  return lines;
+}
+
+// What a program printed behind `label` once it was ready.
+std::string AwaitPrinted(const fs::path& output, const std::string& label) {
+  std::string found;
+  const bool printed = Eventually([&] {
+    for (const std::string& line : Lines(ContentOf(output))) {
+      if (line.starts_with(label)) found = line.substr(label.size());
+    }
+    return !found.empty();
+  });
+  if (!printed) throw std::runtime_error("no " + label + "from " + output.string() + ": " + ContentOf(output));
+  return found;
+}
+
+std::string Replaced(std::string text, std::string_view mark, const std::string& value) {
+  for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += value.size()) {
+    text.replace(at, mark.size(), value);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string> HostRun::Messages() const {
+  constexpr std::string_view before = " | VALUE:";
+  std::vector<std::string> messages;
+  for (const std::string& line : Lines(ContentOf(logFile))) {
+    const std::size_t begin = line.find(before);
+    const std::size_t end = line.rfind(" | DETAIL:");
+    if (begin == std::string::npos || end == std::string::npos) continue;
+    messages.push_back(line.substr(begin + before.size(), end - begin - before.size()));
+  }
+  return messages;
+}
+
+bool HostRun::Logged(std::string_view text) const {
+  const auto messages = Messages();
+  return std::any_of(messages.begin(), messages.end(), [&](const auto& message) { return message.starts_with(text); });
+}
+
+bool HostRun::AwaitMessage(std::string_view text, std::chrono::milliseconds deadline) const {
+  return Eventually([&] { return Logged(text); }, deadline);
+}
+
+std::string Receipt::Data(const std::string& key) const {
+  const platform::Value* member = event.Find("data");
+  const auto* data = member == nullptr ? nullptr : member->As<Dictionary>();
+  const platform::Value* value = data == nullptr ? nullptr : data->Find(key);
+  const auto* text = value == nullptr ? nullptr : value->As<std::string>();
+  return text == nullptr ? "" : *text;
+}
+
+Sandbox::Sandbox() {
+  std::string pattern = fs::temp_directory_path() / "crdaemon-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) throw std::system_error(errno, std::generic_category(), pattern);
+  folder_ = pattern;
+  Own(folder_);
+  // Copies: the account may not be able to enter the folder of the build.
+  const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
+  fs::create_directory(folder_ / "bin");
+  for (const char* name : {"CRDaemon", "CRDaemon-http", "SampleHost", "SampleReporter", "IngestService"}) {
+    fs::copy_file(programs / name, folder_ / "bin" / name);
+  }
+  environment = {{"HOME", folder_ / "home"},
+                 {"PATH", "/usr/bin:/bin"},
+                 {"TZ", "UTC"},
+                 {"SAMPLE_REPORTER_OUTPUT", folder_ / "reporter.txt"}};
+  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name)) environment[name] = value;
+  }
+  MakeFolders(Reports());
+  Put(Library() / "Logs/Malvex/CrDebugLogs/generatecrlogornot.txt", "");
+  StartBus();
+  StartService();
+}
+
+Sandbox::~Sandbox() {
+  service_.reset();
+  bus_.reset();
+  std::error_code ignored;
+  fs::remove_all(folder_, ignored);
+}
+
+void Sandbox::StartBus() {
+  const fs::path configuration = folder_ / "bus.conf";
+  Put(configuration, Replaced(busConfiguration, "%", folder_ / "bus"));
+  bus_.emplace(StartProgram(
+      {"/usr/bin/dbus-daemon", "--nofork", "--print-address", "--config-file=" + configuration.string()}, "bus.out"));
+  environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:" + AwaitPrinted(folder_ / "bus.out", "unix:");
+}
+
+void Sandbox::StartService() {
+  const fs::path certificate = MakeCertificate("service");
+  service_.emplace(StartProgram({folder_ / "bin/IngestService", "--events", folder_ / "events.jsonl", "--certificate",
+                                 certificate, "--key", folder_ / "service.key"},
+                                "service.out"));
+  environment["CRDAEMON_INGEST_URL"] =
+      "https://127.0.0.1:" + AwaitPrinted(folder_ / "service.out", "port ") + "/ingest";
+  environment["SSL_CERT_FILE"] = certificate;
+}
+
+fs::path Sandbox::MakeCertificate(const std::string& name) const {
+  fs::path certificate = folder_ / (name + ".crt");
+  Program openssl =
+      StartProgram({"/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                    "-nodes", "-days", "2", "-subj", "/CN=" + name, "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                    folder_ / (name + ".key"), "-out", certificate},
+                   "openssl.out");
+  if (openssl.AwaitEnd() != 0) throw std::runtime_error("openssl: " + ContentOf(folder_ / "openssl.out"));
+  return certificate;
+}
+
+void Sandbox::Put(const fs::path& path, std::string_view content) const {
+  MakeFolders(path.parent_path());
+  const fs::path inTheMaking = path.parent_path() / ("." + path.filename().string() + ".new");
+  std::ofstream(inTheMaking, std::ios::binary) << content;
+  fs::permissions(inTheMaking, fs::perms::owner_read | fs::perms::owner_write);
+  Own(inTheMaking);
+  fs::rename(inTheMaking, path);
+}
+
+Program Sandbox::StartProgram(std::vector<std::string> command, const std::string& outputName) const {
+  return {std::move(command), environment, folder_ / outputName};
+}
+
+HostRun Sandbox::StartHost(const HostOptions& options) const {
+  std::vector<std::string> command = {folder_ / "bin/SampleHost", "--elements", std::to_string(options.count)};
+  for (const auto& [number, value] : options.elements) {
+    command.emplace_back("--element");
+    command.push_back(std::to_string(number) + "=" + value);
+  }
+  command.push_back(folder_ / "bin/CRDaemon");
+  command.push_back(folder_ / "bin/SampleReporter");
+
+  static int hosts = 0;
+  const std::string output = "host" + std::to_string(++hosts) + ".out";
+  Program host = StartProgram(std::move(command), output);
+  const std::string daemon = AwaitPrinted(folder_ / output, "daemon ");
+  return {.daemon = Program(std::stoi(daemon)),
+          .host = std::move(host),
+          .logFile = Library() / "Logs/Malvex/CrDebugLogs" / ("CRLog-CRDaemon-" + daemon + ".txt")};
+}
+
+HostRun Sandbox::StartWatchedHost(const HostOptions& options) const {
+  HostRun run = StartHost(options);
+  if (!run.AwaitMessage("runOnce")) throw std::runtime_error("the daemon does not watch: " + ContentOf(run.logFile));
+  return run;
+}
+
+void Sandbox::TellService(const std::string& line) const {
+  const auto printed = [this] { return ContentOf(folder_ / "service.out").size(); };
+  const std::size_t before = printed();
+  service_->Say(line);
+  if (!Eventually([&] { return printed() > before; })) throw std::runtime_error("the service does not listen");
+}
+
+std::vector<Receipt> Sandbox::Received() const {
+  std::vector<Receipt> receipts;
+  for (const std::string& line : Lines(ContentOf(folder_ / "events.jsonl"))) {
+    const auto record = std::get<Dictionary>(json::Parse(line, {"status", "problems", "event"}));
+    receipts.push_back({.status = *record.Find("status")->As<std::int64_t>(),
+                        .problems = *record.Find("problems")->As<platform::Array>(),
+                        .event = *record.Find("event")->As<Dictionary>()});
+  }
+  return receipts;
+}
+
+std::vector<fs::path> Sandbox::QueuedEvents() const {
+  std::vector<fs::path> events;
+  std::error_code none;
+  for (const auto& entry : fs::directory_iterator(Queue(), none)) {
+    if (entry.path().extension() == ".log") events.push_back(entry.path());
+  }
+  return events;
+}
+
+std::optional<std::vector<std::string>> Sandbox::ReporterArguments() const {
+  if (!fs::exists(folder_ / "reporter.txt")) return std::nullopt;
+  std::vector<std::string> arguments;
+  for (const std::string& line : Lines(ContentOf(folder_ / "reporter.txt"))) {
+    arguments.push_back(line.substr(line.find(' ') + 1));
+  }
+  return arguments;
+}
+
+std::string SystemReport(pid_t process) {
+  return Replaced(R"json({"app_name":"Photo","app_version":"4.2","bug_type":"309","os_version":"macOS 12.6.1 (21G217)"}
+{
+  "uptime" : 42000,
+  "procLaunch" : "2026-03-04 05:06:07.1234 +0000",
+  "modelCode" : "MacBookPro18,3",
+  "captureTime" : "2026-03-04 05:06:19.5678 +0000",
+  "pid" : %,
+  "procName" : "Photo",
+  "exception" : {"codes":"0x0000000000000001", "type":"EXC_BAD_ACCESS", "signal":"SIGSEGV", "subtype":"KERN_INVALID_ADDRESS"}
+}
+)json",
+                  "%", std::to_string(process));
+}
+
+}  // namespace demo

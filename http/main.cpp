@@ -1,0 +1,63 @@
+// CRDaemon-http posts what CRDaemon hands it over the socket that is its standard input and output, and ends with it.
+// Kept apart so that the waiting daemon never maps libcurl. Its one argument, given by root's daemon, is the user to
+// become.
+#include <curl/curl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "http/CurlPoster.h"
+#include "platform/posix/HttpFrames.h"
+
+namespace {
+
+enum ExitStatus { ended = 0, brokenProtocol = 1, notThatUser = 2, otherVersion = 3 };
+
+// For good, before a byte from outside is read.
+bool BecomeUser(const char* name) {
+  const passwd* entry = getpwnam(name);
+  return entry != nullptr && initgroups(name, entry->pw_gid) == 0 &&
+         setresgid(entry->pw_gid, entry->pw_gid, entry->pw_gid) == 0 &&
+         setresuid(entry->pw_uid, entry->pw_uid, entry->pw_uid) == 0;
+}
+
+bool Send(const http::Reply& reply) { return !http::SendFrame(STDOUT_FILENO, http::EncodeReply(reply), {}); }
+
+// Of an installation that was replaced under a living daemon.
+ExitStatus RefuseVersion(std::uint32_t version) {
+  const bool told = Send({0, false,
+                          "CRDaemon-http speaks version " + std::to_string(http::protocolVersion) +
+                              " of the protocol, CRDaemon version " + std::to_string(version)});
+  return told ? otherVersion : brokenProtocol;
+}
+
+ExitStatus Serve() {
+  const auto version = http::ReceiveNumber(STDIN_FILENO, {});
+  if (!version) return version.Error() == std::errc::broken_pipe ? ended : brokenProtocol;
+  if (*version != http::protocolVersion) return RefuseVersion(*version);
+  const auto frame = http::ReceiveFrame(STDIN_FILENO, http::smallFrameLimitBytes, {});
+  const auto opening = frame ? http::DecodeOpening(*frame) : std::nullopt;
+  if (!opening) return brokenProtocol;
+
+  CurlPoster poster(*opening, STDIN_FILENO);
+  while (true) {
+    const auto body = http::ReceiveFrame(STDIN_FILENO, http::bodyLimitBytes, {});
+    if (!body) return body.Error() == std::errc::broken_pipe ? ended : brokenProtocol;
+    if (!Send(poster.Post(*body))) return ended;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return notThatUser;
+  if (argc > 1 && !BecomeUser(argv[1])) return notThatUser;
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  const ExitStatus status = Serve();
+  curl_global_cleanup();
+  if (status == brokenProtocol) std::fputs("CRDaemon-http: to be started by CRDaemon only\n", stderr);
+  return status;
+}

@@ -1,0 +1,147 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "platform/Clock.h"
+#include "platform/Result.h"
+
+// Guarded access to files in folders that others can write to. Paths are bytes, absolute or relative to the working
+// directory; "~" means nothing here. No call follows a symbolic link in the last component, blocks on a FIFO, or reads
+// more than its limit. Any thread; an object belongs to one thread at a time.
+namespace platform {
+
+// What may be read of a report, and of everything smaller: events, preferences, marker files.
+inline constexpr std::uint64_t reportLimitBytes = std::uint64_t{64} << 20U;
+inline constexpr std::uint64_t smallFileLimitBytes = std::uint64_t{4} << 20U;
+
+// A link is `other`, wherever it points.
+enum class FileKind { absent, regular, folder, other };
+
+[[nodiscard]] FileKind KindOf(const std::string& path);
+[[nodiscard]] std::optional<Time> CreationDate(const std::string& path);
+// The user-immutable flag; false also when it cannot be read.
+[[nodiscard]] bool IsImmutable(const std::string& path);
+
+// The whole of a regular file. What the guard refuses is ELOOP (a link), EISDIR, ENODEV (FIFO, socket, device) or
+// EFBIG.
+[[nodiscard]] Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes);
+// Whether the guard, and not the system, kept a file from being read.
+[[nodiscard]] bool IsRefusal(std::error_code error);
+
+// With all missing parents: 0700 below the user's home folder, 0755 elsewhere. A folder that is there already is
+// success.
+std::error_code MakeFolders(const std::string& path);
+// Not for folders. Absent is an error (ENOENT); a link is removed, not what it points to.
+std::error_code RemoveFile(const std::string& path);
+// A folder with all it holds; crosses no link and no mount.
+std::error_code RemoveTree(const std::string& path);
+std::error_code SyncFolder(const std::string& path);
+
+// The entries of one folder, streamed in the order the file system gives them, "." and ".." left out.
+class Folder {
+ public:
+  [[nodiscard]] static Result<Folder> Open(const std::string& path);
+  Folder(Folder&&) noexcept;
+  Folder& operator=(Folder&&) noexcept;
+  ~Folder();
+
+  // None at the end, and when the listing fails midway (then Error() says why).
+  [[nodiscard]] std::optional<std::string> Next();
+  [[nodiscard]] std::error_code Error() const;
+
+  // Of one entry by its bare name, as the free functions of these names.
+  [[nodiscard]] FileKind KindOf(const std::string& name) const;
+  [[nodiscard]] std::optional<Time> CreationDate(const std::string& name) const;
+  [[nodiscard]] Result<std::string> Read(const std::string& name, std::uint64_t limitBytes) const;
+
+ private:
+  struct Body;
+  explicit Folder(std::unique_ptr<Body> body);
+  std::unique_ptr<Body> body_;
+};
+
+// A file in the making, mode 0600, under a hidden temporary name in the folder of its later place.
+class NewFile {
+ public:
+  [[nodiscard]] static Result<NewFile> Create(const std::string& folder);
+  NewFile(NewFile&&) noexcept;
+  NewFile& operator=(NewFile&&) noexcept;
+  // Unpublished, it leaves nothing behind.
+  ~NewFile();
+
+  // The mode and, where permitted, the owner of a regular file at `path`; without one, nothing changes.
+  void TakeModeAndOwnerOf(const std::string& path);
+  // All the bytes, or an error.
+  std::error_code Write(std::string_view bytes);
+  std::error_code Sync();
+  // Renames it to `path`, replacing what is there. `path` lies in the folder given to Create.
+  std::error_code Publish(const std::string& path);
+
+ private:
+  struct Body;
+  explicit NewFile(std::unique_ptr<Body> body);
+  std::unique_ptr<Body> body_;
+};
+
+// A private file (0600) written in place, piece by piece: the log.
+class OutputFile {
+ public:
+  // Truncates a regular file that is there, unless `append`; refuses anything else.
+  [[nodiscard]] static Result<OutputFile> Open(const std::string& path, bool append);
+  OutputFile(OutputFile&&) noexcept;
+  OutputFile& operator=(OutputFile&&) noexcept;
+  ~OutputFile();
+
+  [[nodiscard]] bool Write(std::string_view bytes);
+
+ private:
+  struct Body;
+  explicit OutputFile(std::unique_ptr<Body> body);
+  std::unique_ptr<Body> body_;
+};
+
+// An advisory lock on a file (0644) made for the purpose. It counts only while the locked file is the one at its path:
+// when another process removed or replaced it in between, the file is opened anew.
+class FileLock {
+ public:
+  enum class State { held, notCreated, notLocked };
+
+  // Never waits for the lock.
+  [[nodiscard]] static FileLock Try(const std::string& path);
+  FileLock(FileLock&&) noexcept;
+  FileLock& operator=(FileLock&&) noexcept;
+  // Lets go of the descriptor, and with it of the lock; the file stays.
+  ~FileLock();
+
+  [[nodiscard]] State state() const;
+  // Why it is not held, as errno; 0 when it is.
+  [[nodiscard]] int errorNumber() const;
+  // Only while held: removes the file, then lets go of it.
+  void RemoveAndRelease();
+
+ private:
+  struct Body;
+  explicit FileLock(std::unique_ptr<Body> body);
+  std::unique_ptr<Body> body_;
+};
+
+// Keeps other rewriters of the files in a folder out for as long as it lives. Waits up to a second for its turn; after
+// that, and where the folder cannot be opened, it goes on without: a rewrite that may lose a race is better than none.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::string& folder);
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+  ~FolderLock();
+
+ private:
+  struct Body;
+  std::unique_ptr<Body> body_;
+};
+
+}  // namespace platform

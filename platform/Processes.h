@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+// Takes hold of the host process, so that a recycled id is never taken for it. Once, before other threads start.
+void WatchHost(std::int32_t processId);
+
+// Any thread. A zombie and a process that took over the id are not alive; neither is an id below 1.
+[[nodiscard]] bool HostLives(std::int32_t processId);
+
+// The whole names of all living processes, zombies left out; empty when the table cannot be read.
+[[nodiscard]] std::vector<std::string> ProcessNames();
+
+[[nodiscard]] std::int32_t CurrentProcessId();
+
+// The folder that this program's own file stands in; empty when unknown.
+[[nodiscard]] std::string ProgramFolder();
+
+// None when unset, and always in a set-user-id process.
+[[nodiscard]] std::optional<std::string> Environment(const std::string& name);
+
+// Lets terminal signals and broken pipes pass this process by and makes its children waitable. Once, before threads
+// start.
+void SettleSignals();
+
+}  // namespace platform

@@ -1,0 +1,110 @@
+#include "platform/linux/ProcessTable.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <initializer_list>
+#include <string_view>
+#include <utility>
+
+#include "platform/Processes.h"
+#include "platform/posix/Descriptor.h"
+#include "platform/posix/Listing.h"
+
+namespace platform {
+namespace {
+
+constexpr std::size_t shortNameBytes = 15;
+constexpr std::size_t fieldsBeforeExitStatus = 49;  // of /proc/PID/stat, between the state (3) and field 52, from 0
+constexpr std::string_view deletedMark = " (deleted)";
+
+int ProcFolder() {
+  static const Descriptor folder(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return folder.Number();
+}
+
+// What a file of /proc gives at the first read, up to 4 KiB.
+std::string ReadStart(const std::string& name) {
+  const Descriptor file(openat(ProcFolder(), name.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) return {};
+  std::array<char, 4096> bytes;  // NOLINT: filled by read
+  const ssize_t count = read(file.Number(), bytes.data(), bytes.size());
+  return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
+}
+
+std::string_view Field(std::string_view line, std::size_t index) {
+  for (; index > 0 && !line.empty(); --index) line.remove_prefix(std::min(line.find(' '), line.size() - 1) + 1);
+  return line.substr(0, line.find_first_of(" \n"));
+}
+
+// Other users' processes read as 0 there.
+bool MaySeeExitStatus(const std::string& processFolder) {
+  struct stat status {};
+  if (geteuid() == 0) return true;
+  return fstatat(ProcFolder(), processFolder.c_str(), &status, 0) == 0 && status.st_uid == geteuid();
+}
+
+std::string_view BaseName(std::string_view path) { return path.substr(path.find_last_of('/') + 1); }
+
+// A script's program is its interpreter, which is also the first argument; the script is the second.
+std::string WholeName(const std::string& processFolder, const std::string& shortName) {
+  const std::string executable = ExecutableOf(processFolder);
+  if (BaseName(executable).starts_with(shortName)) return std::string(BaseName(executable));
+  const std::string commandLine = ReadStart(processFolder + "/cmdline");
+  const std::string_view arguments = commandLine;
+  const std::string_view first = arguments.substr(0, arguments.find('\0'));
+  const std::string_view rest = arguments.substr(std::min(first.size() + 1, arguments.size()));
+  for (const std::string_view argument : {first, rest.substr(0, rest.find('\0'))}) {
+    if (BaseName(argument).starts_with(shortName)) return std::string(BaseName(argument));
+  }
+  return shortName;
+}
+
+}  // namespace
+
+std::optional<ProcessEntry> ReadProcess(std::int32_t processId) {
+  const std::string folder = std::to_string(processId);
+  const std::string line = ReadStart(folder + "/stat");
+  // The name may hold anything, parentheses included.
+  const std::size_t nameBegin = line.find('(') + 1;
+  const std::size_t nameEnd = line.rfind(") ");
+  if (nameBegin == 0 || nameEnd == std::string::npos || nameEnd < nameBegin) return std::nullopt;
+  ProcessEntry entry;
+  entry.shortName = line.substr(nameBegin, nameEnd - nameBegin);
+  const std::string_view fields = std::string_view(line).substr(nameEnd + 2);
+  entry.isGone = fields.starts_with('Z') || fields.starts_with('X');
+  const std::string_view status = Field(fields, fieldsBeforeExitStatus);
+  int number = 0;
+  const bool isNumber = std::from_chars(status.data(), status.data() + status.size(), number).ec == std::errc();
+  if (entry.isGone && isNumber && (number != 0 || MaySeeExitStatus(folder))) entry.exitStatus = number;
+  return entry;
+}
+
+std::vector<std::string> ProcessNames() {
+  Listing listing(Descriptor(openat(ProcFolder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+  std::vector<std::string> names;
+  while (const auto name = listing.Next()) {
+    std::int32_t id = 0;
+    const char* end = name->data() + name->size();
+    if (std::from_chars(name->data(), end, id).ptr != end) continue;
+    auto entry = ReadProcess(id);
+    if (!entry || entry->isGone) continue;
+    const bool isCut = entry->shortName.size() == shortNameBytes;
+    names.push_back(isCut ? WholeName(*name, entry->shortName) : std::move(entry->shortName));
+  }
+  return names;
+}
+
+std::string ExecutableOf(const std::string& processId) {
+  std::array<char, 4096> bytes;  // NOLINT: filled by readlinkat
+  const ssize_t count = readlinkat(ProcFolder(), (processId + "/exe").c_str(), bytes.data(), bytes.size());
+  std::string path(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+  if (path.ends_with(deletedMark)) path.resize(path.size() - deletedMark.size());
+  return path;
+}
+
+}  // namespace platform

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace platform {
+
+struct ProcessEntry {
+  std::string shortName;  // cut at 15 bytes by the kernel
+  bool isGone = false;    // a zombie, or being taken down
+  // As wait() gives it: of a zombie of our own user, or of anybody's for root.
+  std::optional<int> exitStatus;
+};
+
+// None when there is no such process, or none that may be looked at.
+[[nodiscard]] std::optional<ProcessEntry> ReadProcess(std::int32_t processId);
+
+// The path of a process's program, also of one removed or replaced since; `processId` in decimal, or "self". Empty for
+// other users' processes and for the kernel's own.
+[[nodiscard]] std::string ExecutableOf(const std::string& processId);
+
+}  // namespace platform

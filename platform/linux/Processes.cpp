@@ -1,0 +1,39 @@
+#include "platform/Processes.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "platform/linux/ProcessTable.h"
+
+namespace platform {
+namespace {
+
+void SetSignal(int signal, void (*disposition)(int)) {
+  struct sigaction action {};
+  action.sa_handler = disposition;
+  sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+std::int32_t CurrentProcessId() { return getpid(); }
+
+std::string ProgramFolder() {
+  const std::string program = ExecutableOf("self");
+  const std::size_t slash = program.find_last_of('/');
+  return slash == std::string::npos ? std::string() : program.substr(0, slash == 0 ? 1 : slash);
+}
+
+std::optional<std::string> Environment(const std::string& name) {
+  const char* value = secure_getenv(name.c_str());
+  return value == nullptr ? std::nullopt : std::optional<std::string>(value);
+}
+
+void SettleSignals() {
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) SetSignal(signal, SIG_IGN);
+  for (const int signal : {SIGTERM, SIGCHLD}) SetSignal(signal, SIG_DFL);
+}
+
+}  // namespace platform

@@ -1,0 +1,93 @@
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "platform/Files.h"
+#include "platform/linux/FileFacts.h"
+#include "platform/posix/Descriptor.h"
+#include "platform/posix/Listing.h"
+
+namespace platform {
+namespace {
+
+std::optional<FileKind> KindOfType(unsigned char type) {
+  switch (type) {
+    case DT_UNKNOWN:
+      return std::nullopt;
+    case DT_REG:
+      return FileKind::regular;
+    case DT_DIR:
+      return FileKind::folder;
+    default:
+      return FileKind::other;
+  }
+}
+
+}  // namespace
+
+Listing::Listing(Descriptor folder) : stream_(fdopendir(folder.Number())) {
+  if (stream_) {
+    static_cast<void>(folder.Release());
+  } else {
+    error_ = LastError();
+  }
+}
+
+std::optional<std::string> Listing::Next() {
+  while (!error_) {
+    errno = 0;
+    const dirent* entry = readdir(stream_.get());
+    if (entry == nullptr) {
+      if (errno != 0) error_ = LastError();
+      return std::nullopt;
+    }
+    std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    lastKind_ = KindOfType(entry->d_type);
+    return name;
+  }
+  return std::nullopt;
+}
+
+struct Folder::Body {
+  Listing listing;
+  std::string lastName;
+};
+
+Result<Folder> Folder::Open(const std::string& path) {
+  const auto place = Resolve(path);
+  if (!place) return place.Error();
+  auto folder = OpenAt(place->folder.Number(), place->name.c_str(), O_RDONLY | O_DIRECTORY);
+  if (!folder) return folder.Error();
+  Listing listing(std::move(*folder));
+  if (listing.Error()) return listing.Error();
+  return Folder(std::make_unique<Body>(Body{std::move(listing), {}}));
+}
+
+Folder::Folder(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+Folder::Folder(Folder&&) noexcept = default;
+Folder& Folder::operator=(Folder&&) noexcept = default;
+Folder::~Folder() = default;
+
+std::optional<std::string> Folder::Next() {
+  auto name = body_->listing.Next();
+  if (name) body_->lastName = *name;
+  return name;
+}
+
+std::error_code Folder::Error() const { return body_->listing.Error(); }
+
+FileKind Folder::KindOf(const std::string& name) const {
+  const auto known = body_->listing.LastKind();
+  return known && name == body_->lastName ? *known : KindAt(body_->listing.Number(), name.c_str());
+}
+
+std::optional<Time> Folder::CreationDate(const std::string& name) const {
+  return CreationDateAt(body_->listing.Number(), name.c_str());
+}
+
+Result<std::string> Folder::Read(const std::string& name, std::uint64_t limitBytes) const {
+  return ReadAt(body_->listing.Number(), name.c_str(), limitBytes);
+}
+
+}  // namespace platform

@@ -1,0 +1,48 @@
+#include "support/Paths.h"
+
+#include <optional>
+
+#include "platform/Users.h"
+
+namespace paths {
+
+std::string Join(std::string_view folder, std::string_view name) {
+  while (folder.ends_with('/')) folder.remove_suffix(1);
+  std::string path(folder);
+  path += '/';
+  path += name;
+  return path;
+}
+
+std::string LastComponent(std::string_view path) {
+  // Without a "/", npos + 1 is 0: the whole.
+  return std::string(path.substr(path.rfind('/') + 1));
+}
+
+std::string Parent(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return {};
+  return std::string(path.substr(0, slash == 0 ? 1 : slash));
+}
+
+std::string Extension(std::string_view path) {
+  const std::string name = LastComponent(path);
+  const std::size_t dot = name.rfind('.');
+  return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
+std::string ExpandTilde(std::string_view path) {
+  if (!path.starts_with('~')) return std::string(path);
+  const std::size_t slash = path.find('/');
+  const std::string_view user = path.substr(1, slash == std::string_view::npos ? slash : slash - 1);
+  const auto home = user.empty() ? platform::HomeFolder() : platform::HomeFolder(std::string(user));
+  if (!home) return std::string(path);
+  return slash == std::string_view::npos ? *home : Join(*home, path.substr(slash + 1));
+}
+
+bool IsPlainComponent(std::string_view text) {
+  return !text.empty() && text != "." && text != ".." &&
+         text.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+}  // namespace paths

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Texts that name files. Nothing here touches a file.
+namespace paths {
+
+// One "/" between the two, whether or not `folder` ends with one.
+[[nodiscard]] std::string Join(std::string_view folder, std::string_view name);
+
+// What follows the last "/".
+[[nodiscard]] std::string LastComponent(std::string_view path);
+
+// What stands before the last "/"; "/" for a file in the root folder, empty when there is no "/".
+[[nodiscard]] std::string Parent(std::string_view path);
+
+// What follows the last "." of the last component; empty when there is none, or nothing before it.
+[[nodiscard]] std::string Extension(std::string_view path);
+
+// A leading "~" becomes this user's home folder, "~name" that user's. Unknown: the text as it is.
+[[nodiscard]] std::string ExpandTilde(std::string_view path);
+
+// Whether a text from outside may become one component of a path: not empty, not "." or "..", without "/" and NUL.
+[[nodiscard]] bool IsPlainComponent(std::string_view text);
+
+}  // namespace paths

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Texts are UTF-8, or bytes from outside that should be.
+namespace text {
+
+// The leading decimal integer after blanks and one sign, clamped to 32 bits; 0 when there is none.
+[[nodiscard]] std::int32_t IntegerValue(std::string_view text);
+
+// Blanks, one sign and zeros aside, whether it starts with Y, y, T, t or a digit 1 to 9.
+[[nodiscard]] bool BooleanValue(std::string_view text);
+
+// Without the blanks and tabs at both ends; line breaks stay.
+[[nodiscard]] std::string Trim(std::string_view text);
+
+// The pieces between the separators; one piece more than separators, empty ones included. The views live as long as
+// `text`.
+[[nodiscard]] std::vector<std::string_view> Split(std::string_view text, char separator);
+
+// The rest from an index counted in UTF-16 units. Throws std::out_of_range when the text is shorter.
+[[nodiscard]] std::string From(std::string_view text, std::size_t index);
+
+// Whether two texts compare equal, where an unset one compares equal to everything.
+[[nodiscard]] bool EqualOrUnset(const std::optional<std::string>& left, const std::optional<std::string>& right);
+
+[[nodiscard]] bool IsUtf8(std::string_view bytes);
+
+// The bytes with every malformed sequence replaced by U+FFFD.
+[[nodiscard]] std::string ToUtf8(std::string_view bytes);
+
+// Whether `needle` occurs; an empty one never does.
+[[nodiscard]] bool Contains(std::string_view text, std::string_view needle);
+
+}  // namespace text

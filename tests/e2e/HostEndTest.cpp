@@ -1,0 +1,233 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/e2e/Steps.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using demo::HostRun;
+using demo::Sandbox;
+
+TEST(HostEnd, SystemReportBecomesEventAndReporter) {
+  Sandbox sandbox;
+  HostRun run = sandbox.StartWatchedHost();
+  for (const int keyPressedInTheTerminal : {SIGINT, SIGQUIT, SIGHUP}) kill(run.daemon.Id(), keyPressedInTheTerminal);
+  CrashWithSystemReport(sandbox, run);
+
+  ASSERT_EQ(sandbox.Received().size(), 1U);
+  const demo::Receipt receipt = sandbox.Received().front();
+  EXPECT_TRUE(receipt.problems.empty());
+  const std::map<std::string, std::string> expected = {{"source.name", "Photo"},
+                                                       {"source.version", "4.2"},
+                                                       {"env.fw.version", "2.1"},
+                                                       {"event.user_guid", "6F1C3D60-95A1-4E0C-9B7E-0A3F0C9D5B11"},
+                                                       {"event.value", "abnormal:crash"},
+                                                       {"event.error_type", "EXC_BAD_ACCESS"},
+                                                       {"event.error_code", "SIGSEGV"},
+                                                       {"event.error_desc", "KERN_INVALID_ADDRESS"},
+                                                       {"source.device", "MacBookPro18,3"},
+                                                       {"source.os_version", "12.6.1"},
+                                                       {"event.dts_start", "2026-03-04T05:06:07Z"},
+                                                       {"event.dts_end", "2026-03-04T05:06:19Z"},
+                                                       {"event.count", "12.000000"}};
+  for (const auto& [key, value] : expected) EXPECT_EQ(receipt.Data(key), value) << key;
+
+  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
+  const auto arguments = *sandbox.ReporterArguments();
+  ASSERT_EQ(arguments.size(), 24U);
+  EXPECT_EQ(arguments[0], sandbox.Reports() / reportName);
+  EXPECT_EQ(arguments[5], std::to_string(run.host.Id()));
+  EXPECT_EQ(arguments[9], "SkylanceSessionId:  ");
+  EXPECT_EQ(arguments[13], "0");
+  EXPECT_EQ(arguments[15], "11");
+}
+
+TEST(HostEnd, OwnSignalReport) {
+  Sandbox sandbox;
+  HostRun run = sandbox.StartWatchedHost({.elements = {{19, "1"}, {23, "0"}}});
+  run.host.Say("report-faults");
+  run.host.Say("crash");
+  const auto status = run.host.AwaitEnd();
+  ASSERT_TRUE(status && WIFSIGNALED(*status));
+  ExpectQuietEnd(run);
+
+  ASSERT_EQ(sandbox.Received().size(), 1U);
+  const demo::Receipt receipt = sandbox.Received().front();
+  EXPECT_EQ(receipt.Data("event.value"), "abnormal:signal");
+  EXPECT_EQ(receipt.Data("event.error_desc"), "Received signal from Photo");
+  EXPECT_EQ(receipt.Data("event.error_code"), "11");
+  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
+  EXPECT_EQ(sandbox.ReporterArguments()->at(13), "1");
+  EXPECT_TRUE(fs::exists(sandbox.ReporterArguments()->at(0)));
+}
+
+struct QuietEnd {
+  const char* name;
+  std::map<int, std::string> elements;
+  std::vector<std::string> hostSays;
+  const char* message;  // what tells that the daemon saw it
+};
+
+class HostEndWithoutReport : public testing::TestWithParam<QuietEnd> {};
+
+TEST_P(HostEndWithoutReport, ClearsUpAndPostsNothing) {
+  Sandbox sandbox;
+  HostRun run = sandbox.StartWatchedHost({.elements = GetParam().elements});
+  const fs::path leftover = sandbox.Library() / "Logs/Malvex" / ("data_" + std::to_string(run.host.Id()) + ".txt");
+  sandbox.Put(leftover, "of this run");
+  for (const std::string& line : GetParam().hostSays) run.host.Say(line);
+  EXPECT_TRUE(run.AwaitMessage(GetParam().message));
+  EXPECT_TRUE(run.AwaitMessage("stopped"));
+  run.host.Say("exit 0");
+  ASSERT_TRUE(run.host.AwaitEnd());
+  ExpectQuietEnd(run);
+
+  EXPECT_FALSE(fs::exists(leftover));
+  EXPECT_TRUE(sandbox.Received().empty());
+  EXPECT_TRUE(sandbox.QueuedEvents().empty());
+  EXPECT_FALSE(sandbox.ReporterArguments());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    E2e, HostEndWithoutReport,
+    testing::Values(
+        QuietEnd{"NormalExit", {}, {"exit 0"}, "Normal Exit"},
+        QuietEnd{"StatusZeroThatIsNoNormalExit", {{23, "0"}, {24, "1"}}, {"exit 0"}, "Searching for Crash"},
+        QuietEnd{"OtherStatus", {{24, "1"}}, {"exit 3"}, "Searching for Crash"},
+        QuietEnd{"HandledSignal", {}, {"signal 15"}, "Signal report is not created"},
+        QuietEnd{"AnnouncedNormalEnd",
+                 {},
+                 {"notify appTerminatedNormally"},
+                 "Got appTerminatedNormally notification in daemon"},
+        QuietEnd{"ExceptionDelivered", {}, {"notify exceptionDeliveryCompleteion", "crash"}, "Exception delivered"}),
+    [](const auto& test) { return test.param.name; });
+
+// The daemon comes too late to take hold of the host: nobody can say how it ended.
+TEST(HostEnd, UnknownStatus) {
+  Sandbox sandbox;
+  demo::Program gone = sandbox.StartProgram({"/bin/true"}, "true.out");
+  ASSERT_EQ(gone.AwaitEnd(), 0);
+  HostRun run = sandbox.StartWatchedHost({.elements = {{1, std::to_string(gone.Id())}}});
+  sandbox.Put(sandbox.Reports() / reportName, demo::SystemReport(gone.Id()));
+  EXPECT_TRUE(run.AwaitMessage("exitStatus -1"));
+  EXPECT_TRUE(run.AwaitMessage("stopped"));
+  run.host.Say("exit 0");
+  ASSERT_TRUE(run.host.AwaitEnd());
+  ExpectQuietEnd(run);
+
+  EXPECT_EQ(sandbox.Received().size(), 1U);
+  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
+  EXPECT_EQ(sandbox.ReporterArguments()->at(15), "-1");
+}
+
+struct Policy {
+  const char* name;
+  const char* alwaysNeverSend;
+  std::map<int, std::string> elements;
+  bool reporterStarts;
+  const char* message;
+};
+
+class ReporterPolicy : public testing::TestWithParam<Policy> {};
+
+TEST_P(ReporterPolicy, EventIsPostedAndPreferencesSurvive) {
+  const std::string foreign = "<key>windows</key><dict><key>zoom</key><real>1.5</real><key>area</key><array/></dict>";
+  Sandbox sandbox;
+  sandbox.Put(sandbox.Preferences(), "<plist version=\"1.0\"><dict>" + foreign +
+                                         "<key>always_never_send</key><integer>" + GetParam().alwaysNeverSend +
+                                         "</integer></dict></plist>");
+  const auto foreignValue = [&] {
+    const auto root = platform::ParsePropertyList(demo::ContentOf(sandbox.Preferences()));
+    return *root->As<platform::Dictionary>()->begin();
+  };
+  const auto before = foreignValue();
+  HostRun run = sandbox.StartWatchedHost({.elements = GetParam().elements});
+  CrashWithSystemReport(sandbox, run);
+
+  EXPECT_EQ(sandbox.Received().size(), 1U);
+  EXPECT_TRUE(run.Logged(GetParam().message)) << demo::ContentOf(run.logFile);
+  const auto reporterStarted = [&] { return sandbox.ReporterArguments().has_value(); };
+  EXPECT_EQ(GetParam().reporterStarts ? demo::Eventually(reporterStarted) : reporterStarted(),
+            GetParam().reporterStarts);
+  EXPECT_EQ(foreignValue(), before);
+  EXPECT_NE(demo::ContentOf(sandbox.Preferences()).find("<key>lastCrash_Photo_4.2.0_b7</key>"), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    E2e, ReporterPolicy,
+    testing::Values(
+        Policy{"NeverSend", "2", {}, false, "Malvex Crash Reporter App will not be launched"},
+        Policy{"NeverSendOverridden", "2", {{6, "1"}}, true, "MalvexCrashReporterSendWithoutPrompt is overriding"},
+        Policy{"Throttled", "1", {{25, "1"}}, false, "Malvex Crash Reporter App will not be launched"}),
+    [](const auto& test) { return test.param.name; });
+
+// Folders of the machine itself: only those that were made here are removed.
+class SystemFolder {
+ public:
+  SystemFolder() {
+    fs::path path = "/";
+    for (const char* name : {"Library", "Logs", "DiagnosticReports"}) {
+      path /= name;
+      if (mkdir(path.c_str(), 0755) == 0) made_.insert(made_.begin(), path);
+    }
+    path_ = path;
+  }
+  SystemFolder(const SystemFolder&) = delete;
+  SystemFolder& operator=(const SystemFolder&) = delete;
+  ~SystemFolder() {
+    std::error_code ignored;
+    if (!report_.empty()) fs::remove(report_, ignored);
+    for (const fs::path& folder : made_) fs::remove(folder, ignored);
+  }
+
+  const fs::path& Put(const Sandbox& sandbox, const std::string& name, const std::string& content) {
+    report_ = path_ / name;
+    sandbox.Put(report_, content);
+    return report_;
+  }
+
+ private:
+  std::vector<fs::path> made_;  // innermost first
+  fs::path path_;
+  fs::path report_;
+};
+
+TEST(HostEnd, ReportInTheSystemFolderIsCopied) {
+  if (getuid() != 0) GTEST_SKIP() << "needs to write below /Library";
+  Sandbox sandbox;
+  SystemFolder folder;
+  HostRun run = sandbox.StartWatchedHost({.elements = {{2, "Aperture"}}});
+  const std::string report = demo::SystemReport(run.host.Id());
+  const fs::path original = folder.Put(sandbox, "Aperture-System.ips", report);
+  run.host.Say("crash");
+  ASSERT_TRUE(run.host.AwaitEnd());
+  ExpectQuietEnd(run);
+
+  EXPECT_EQ(sandbox.Received().size(), 1U);
+  const fs::path copy = sandbox.Reports() / "Aperture-System.ips";
+  EXPECT_EQ(demo::ContentOf(copy), report);
+  EXPECT_EQ(fs::status(copy).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_TRUE(fs::exists(original));
+}
+
+TEST(HostEnd, TooFewArguments) {
+  for (const auto& [count, dies] : std::map<int, bool>{{23, false}, {24, true}, {30, true}}) {
+    Sandbox sandbox;
+    HostRun run = sandbox.StartHost({.elements = {}, .count = count});
+    EXPECT_TRUE(run.AwaitMessage(dies ? "Argument " + std::to_string(count) + " is missing"
+                                      : "Insufficient number of arguments passed to CRDaemon"));
+    run.host.Say("exit 0");
+    ASSERT_TRUE(run.host.AwaitEnd());
+    const auto status = run.daemon.AwaitEnd();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGABRT, dies) << count << " elements, status " << *status;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+// The bodies of platform/Files.h and platform/Preferences.h over the simulated disk.
+#include <cerrno>
+#include <utility>
+
+#include "platform/Files.h"
+#include "platform/Preferences.h"
+#include "tests/simulated/SimulatedMachine.h"
+
+namespace platform {
+namespace {
+
+using Kind = Disk::Kind;
+
+Disk& TheDisk() { return SimulatedMachine::Current().disk; }
+
+std::error_code Code(std::errc error) { return std::make_error_code(error); }
+
+// No error for an entry of the kind wanted, be it a regular file or a folder.
+std::error_code OpenError(const std::string& path, Kind wanted = Kind::regular) {
+  const Disk::Node* node = TheDisk().Find(path);
+  if (const auto error = TheDisk().FailureOf(path)) return error;
+  if (node == nullptr) return Code(std::errc::no_such_file_or_directory);
+  if (node->kind == wanted) return {};
+  if (node->kind == Kind::link) return Code(std::errc::too_many_symbolic_link_levels);
+  if (wanted == Kind::folder) return Code(std::errc::not_a_directory);
+  return Code(node->kind == Kind::folder ? std::errc::is_a_directory : std::errc::no_such_device);
+}
+
+// Opens a regular file, or makes one.
+std::error_code OpenOrMake(const std::string& path, unsigned mode) {
+  const auto error = OpenError(path);
+  return error == std::errc::no_such_file_or_directory ? TheDisk().Add(path, {.mode = mode}) : error;
+}
+
+std::string DomainPath(const std::string& domain) {
+  return simulatedHome + ("/Library/Preferences/" + domain) + ".plist";
+}
+
+}  // namespace
+
+FileKind KindOf(const std::string& path) {
+  const Disk::Node* node = TheDisk().Find(path);
+  if (node == nullptr) return FileKind::absent;
+  if (node->kind == Kind::regular) return FileKind::regular;
+  return node->kind == Kind::folder ? FileKind::folder : FileKind::other;
+}
+
+std::optional<Time> CreationDate(const std::string& path) {
+  ++TheDisk().counters.attributes;
+  const Disk::Node* node = TheDisk().Find(path);
+  return node == nullptr ? std::nullopt : node->created;
+}
+
+bool IsImmutable(const std::string& path) {
+  const Disk::Node* node = TheDisk().Find(path);
+  return node != nullptr && node->immutable;
+}
+
+Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) {
+  ++TheDisk().counters.reads;
+  if (const auto error = OpenError(path)) return error;
+  const std::string& bytes = TheDisk().Find(path)->bytes;
+  if (bytes.size() > limitBytes) return std::errc::file_too_large;
+  return bytes;
+}
+
+bool IsRefusal(std::error_code error) {
+  return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||
+         error == std::errc::no_such_device || error == std::errc::file_too_large;
+}
+
+std::error_code MakeFolders(const std::string& path) { return TheDisk().MakeFolders(path); }
+
+std::error_code RemoveFile(const std::string& path) {
+  const auto error = OpenError(path);
+  if (error && (KindOf(path) != FileKind::other || TheDisk().FailureOf(path))) return error;
+  TheDisk().Remove(path);
+  return {};
+}
+
+std::error_code RemoveTree(const std::string& path) {
+  if (const auto error = OpenError(path, Kind::folder)) return error;
+  TheDisk().Remove(path);
+  return {};
+}
+
+std::error_code SyncFolder(const std::string& path) {
+  if (const auto error = OpenError(path, Kind::folder)) return error;
+  for (const auto& name : TheDisk().Find(path)->names) TheDisk().Find(path + "/" + name)->placed = true;
+  return {};
+}
+
+struct Folder::Body {
+  std::string path;
+  std::vector<std::string> names;
+  std::size_t next = 0;
+};
+
+Folder::Folder(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+Folder::Folder(Folder&&) noexcept = default;
+Folder& Folder::operator=(Folder&&) noexcept = default;
+Folder::~Folder() = default;
+
+Result<Folder> Folder::Open(const std::string& path) {
+  if (const auto error = OpenError(path, Kind::folder)) return error;
+  return Folder(std::unique_ptr<Body>(new Body{path + "/", TheDisk().Find(path)->names}));
+}
+std::optional<std::string> Folder::Next() {
+  if (body_->next == body_->names.size()) return std::nullopt;
+  ++TheDisk().counters.names;
+  return body_->names[body_->next++];
+}
+std::error_code Folder::Error() const { return {}; }
+FileKind Folder::KindOf(const std::string& name) const {
+  ++TheDisk().counters.attributes;
+  return platform::KindOf(body_->path + name);
+}
+std::optional<Time> Folder::CreationDate(const std::string& name) const {
+  return platform::CreationDate(body_->path + name);
+}
+Result<std::string> Folder::Read(const std::string& name, std::uint64_t limitBytes) const {
+  return ReadFile(body_->path + name, limitBytes);
+}
+
+struct NewFile::Body {
+  std::string path;  // of the temporary file, gone once it is published
+  ~Body() { TheDisk().Remove(path); }
+};
+
+NewFile::NewFile(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+NewFile::NewFile(NewFile&&) noexcept = default;
+NewFile& NewFile::operator=(NewFile&&) noexcept = default;
+NewFile::~NewFile() = default;
+
+Result<NewFile> NewFile::Create(const std::string& folder) {
+  if (const auto error = TheDisk().FailureOf(folder)) return error;
+  std::string path = folder + "/.new";
+  while (TheDisk().Find(path) != nullptr) path += "+";
+  if (const auto error = TheDisk().Add(path, {})) return error;
+  return NewFile(std::unique_ptr<Body>(new Body{path}));
+}
+void NewFile::TakeModeAndOwnerOf(const std::string& path) {
+  if (!OpenError(path)) TheDisk().Find(body_->path)->mode = TheDisk().Find(path)->mode;
+}
+std::error_code NewFile::Write(std::string_view bytes) {
+  if (TheDisk().full) return Code(std::errc::no_space_on_device);
+  Disk::Node* node = TheDisk().Find(body_->path);
+  node->synced = false;
+  node->bytes += bytes;
+  return {};
+}
+std::error_code NewFile::Sync() {
+  TheDisk().Find(body_->path)->synced = true;
+  return {};
+}
+std::error_code NewFile::Publish(const std::string& path) { return TheDisk().Rename(body_->path, path); }
+
+struct OutputFile::Body {
+  std::string path;
+};
+
+OutputFile::OutputFile(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+OutputFile::OutputFile(OutputFile&&) noexcept = default;
+OutputFile& OutputFile::operator=(OutputFile&&) noexcept = default;
+OutputFile::~OutputFile() = default;
+
+Result<OutputFile> OutputFile::Open(const std::string& path, bool append) {
+  if (const auto error = OpenOrMake(path, 0600)) return error;
+  if (!append) TheDisk().Find(path)->bytes.clear();
+  return OutputFile(std::unique_ptr<Body>(new Body{path}));
+}
+bool OutputFile::Write(std::string_view bytes) {
+  Disk::Node* node = TheDisk().Find(body_->path);
+  if (node != nullptr && !TheDisk().full) node->bytes += bytes;
+  return !TheDisk().full;
+}
+
+struct FileLock::Body {
+  State state;
+  int errorNumber;
+  std::string path = {};
+  std::uint64_t id = 0;
+
+  ~Body() {
+    if (Disk::Node* node = Held()) node->locked = false;
+  }
+  // Null also when another file has taken the place of the locked one.
+  [[nodiscard]] Disk::Node* Held() const {
+    Disk::Node* node = TheDisk().Find(path);
+    return state == State::held && node != nullptr && node->id == id ? node : nullptr;
+  }
+};
+
+FileLock::FileLock(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+FileLock::FileLock(FileLock&&) noexcept = default;
+FileLock& FileLock::operator=(FileLock&&) noexcept = default;
+FileLock::~FileLock() = default;
+
+FileLock FileLock::Try(const std::string& path) {
+  const auto error = OpenOrMake(path, 0644);
+  if (error) return FileLock(std::unique_ptr<Body>(new Body{State::notCreated, error.value()}));
+  Disk::Node* node = TheDisk().Find(path);
+  if (std::exchange(node->locked, true)) {
+    return FileLock(std::unique_ptr<Body>(new Body{State::notLocked, EWOULDBLOCK}));
+  }
+  return FileLock(std::unique_ptr<Body>(new Body{State::held, 0, path, node->id}));
+}
+FileLock::State FileLock::state() const { return body_->state; }
+int FileLock::errorNumber() const { return body_->errorNumber; }
+void FileLock::RemoveAndRelease() {
+  if (body_->Held() != nullptr) TheDisk().Remove(body_->path);
+}
+
+struct FolderLock::Body {};
+FolderLock::FolderLock(const std::string& /*folder*/) {}
+FolderLock::~FolderLock() = default;
+
+std::optional<Dictionary> PersistentDomain(const std::string& domain) {
+  const auto bytes = ReadFile(DomainPath(domain), smallFileLimitBytes);
+  const auto root = bytes ? ParsePropertyList(*bytes) : Result<Value>(bytes.Error());
+  const Dictionary* values = root ? root->As<Dictionary>() : nullptr;
+  return values == nullptr ? std::nullopt : std::optional(*values);
+}
+
+std::optional<Value> PreferenceValue(const std::string& domain, const std::string& key) {
+  const auto values = PersistentDomain(domain);
+  const Value* value = values ? values->Find(key) : nullptr;
+  return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+bool SetPersistentDomain(const std::string& domain, const Dictionary& values) {
+  const auto bytes = WritePropertyList(Value(values));
+  if (bytes) TheDisk().Put(DomainPath(domain), *bytes);
+  return static_cast<bool>(bytes);
+}
+
+}  // namespace platform

@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <utility>
+
+#include "support/Json.h"
+#include "support/Text.h"
+
+namespace {
+
+using namespace std::string_literals;
+using platform::Array;
+using platform::Dictionary;
+using platform::Value;
+
+// The member "k" of a document; where there is none, a text that says why.
+Value Parsed(const std::string& document) {
+  const auto result = json::Parse(document, {"k"});
+  if (const auto* error = std::get_if<json::Error>(&result)) return Value("error: " + error->description);
+  const Value* value = std::get<Dictionary>(result).Find("k");
+  return value == nullptr ? Value("absent") : *value;
+}
+
+bool IsError(const std::string& document) { return json::Parse(document, {"k"}).index() == 1; }
+
+std::string Written(Value::State value) {
+  const auto result = json::Write(Value(std::move(value)));
+  const auto* text = std::get_if<std::string>(&result);
+  return text == nullptr ? "error: " + std::get<json::Error>(result).description : *text;
+}
+
+TEST(Json, KeepsNumbersWhatTheyAreBothWays) {
+  const char numbers[] =
+      "-9223372036854775808|9223372036854775807|18446744073709551615|18446744073709551616|0.1|"
+      "9.5367431640625e-07|8.98846567431158e+307|5e-324|1e+300";
+  for (const auto digits : text::Split(numbers, '|')) {
+    EXPECT_EQ(Written(Parsed("{\"k\":" + std::string(digits) + "}").state()), digits);
+  }
+  EXPECT_EQ(Parsed(R"({"k":[9223372036854775807,9223372036854775808,1.0]})"),
+            Value(Array{Value(INT64_MAX), Value(UINT64_MAX / 2 + 1), Value(1.0)}));
+}
+
+TEST(Json, BuildsOnlyTheNamedMembersOfTheOutermostObject) {
+  const auto result = json::Parse(
+      R"( {"skip":{"k":[1]},"k":1,"k":{"a":[{"k":null}],"b":true,"a":"\u00e4\n\ud83d\ude00"},"l":2,"k2":3} )",
+      {"k", "l"});
+  const Dictionary inner = {{"a", "\xC3\xA4\n\xF0\x9F\x98\x80"}, {"b", Value(true)}};
+  EXPECT_EQ(std::get<Dictionary>(result), (Dictionary{{"k", Value(inner)}, {"l", Value(std::int64_t{2})}}));
+}
+
+TEST(Json, RefusesWhatIsNotAJsonObject) {
+  const char refused[] =
+      R"(| |[]|1|"k"|null|{"k":1|{"k":1}{}|{"k":1e400}|{"s":[-1e400]}|{"k":"\ud800"}|{"k":01}|{'k':1}|{"k":1,}|{"k":NaN}|{"k":"\x"}|{k:1}|{"k":1 /**/})"
+      "|\xEF\xBB\xBF{}|{\"k\":\"\xFF\"}|{\"s\":\"\xED\xA0\x80\"}|{\"k\":\"\n\"}";
+  for (const auto document : text::Split(refused, '|')) EXPECT_TRUE(IsError(std::string(document))) << document;
+  EXPECT_EQ(Parsed(R"({"k":1}x)"), Value("error: extra data at byte 7"));
+}
+
+TEST(Json, BoundsDepthAndMembers) {
+  for (const std::string start : {"{\"k\":", "{\"skipped\":"}) {
+    const auto nested = [&](std::size_t levels) {
+      return start + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+    };
+    EXPECT_FALSE(IsError(nested(512)));
+    EXPECT_TRUE(IsError(nested(513)));
+    EXPECT_TRUE(IsError(nested(1'000'000)));
+  }
+  std::string wide = "{\"0\":0";
+  for (int i = 1; i < 256; ++i) wide += ",\"" + std::to_string(i) + "\":0";
+  EXPECT_FALSE(IsError("{\"k\":" + wide + "}}"));
+  EXPECT_TRUE(IsError("{\"k\":" + wide + ",\"more\":0}}"));
+  EXPECT_FALSE(IsError("{\"skipped\":" + wide + ",\"more\":0}}"));
+}
+
+TEST(Json, WritesCompactlyAndOnlyWhatJsonCanHold) {
+  EXPECT_EQ(Written(Dictionary{{"a\"\\", Value(Array{{}, Value(true)})}, {"", Value(Dictionary())}}),
+            R"({"a\"\\":[null,true],"":{}})");
+  EXPECT_EQ(Written("\x1F\n/\x7F\xC3\xA4\xFF"s), "\"\\u001f\\u000a/\x7F\xC3\xA4\xEF\xBF\xBD\"");
+  for (const Value& value :
+       Array{{INFINITY}, {platform::Time()}, {std::chrono::sys_seconds()}, {platform::Data()}, {platform::Uid()}}) {
+    EXPECT_TRUE(Written(Array{{}, value}).starts_with("error: JSON cannot hold ")) << value.state().index();
+  }
+  Value deep;
+  for (int level = 0; level < 1000; ++level) {
+    Array outer(1);
+    outer[0] = std::exchange(deep, Value());
+    deep = Value(std::move(outer));
+  }
+  EXPECT_EQ(Written(deep.state()).size(), 2004U);
+  EXPECT_EQ(Written(Array{deep}), "error: JSON cannot hold a value nested too deeply");
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include <gtest/gtest.h>
+
+#include "CRDaemon/IngestUpload.h"
+#include "CRDaemon/Ingester.h"
+#include "CRDaemon/ProcessValues.h"
+#include "tests/simulated/SimulatedMachine.h"
+
+namespace {
+
+constexpr char queue[] = "~/Library/Logs/CrashReporter/Ingest";
+constexpr char eventFile[] = "~/Library/Logs/CrashReporter/Ingest/crMacLog_A.log";
+constexpr char lockFile[] = "~/Library/Logs/CrashReporter/Ingest/crMacLog_A.log.lck";
+
+std::string Event(const std::string& name) {
+  return *platform::WritePropertyList(platform::Value(platform::Dictionary{{"source.name", name}}));
+}
+
+class Queue : public testing::Test {
+ protected:
+  // One daemon's life with the queue: a run at the start, and one for the report when there is one.
+  void RunIngester(const std::string& report = "", const std::string& type = "0") {
+    ScopedIngester ingester(std::make_unique<Ingester>(" Photo ", "1.2", "9.0", "session", "user"));
+    ingester->start();
+    if (!report.empty()) ingester->submitReport(report, type);
+  }
+  bool LoggedStart(std::string_view begin) const {
+    for (const auto& line : machine_.log) {
+      if (line.text.starts_with(begin)) return true;
+    }
+    return false;
+  }
+
+  SimulatedMachine machine_;
+};
+
+TEST_F(Queue, StatusBelow400DeliversAndOthersWaitForTheNextRun) {
+  struct Case {
+    SimulatedMachine::Answer answer;
+    bool stays;
+  };
+  for (const Case& c : {Case{{200}, false}, Case{{399}, false}, Case{{101}, false}, Case{{400}, true},
+                        Case{{500}, true}, Case{{0, "connection refused"}, true}}) {
+    machine_.disk.Put(eventFile, Event("Photo"));
+    machine_.answers = {c.answer};
+    RunIngester();
+    EXPECT_EQ(machine_.disk.Has(eventFile), c.stays) << c.answer.status;
+    EXPECT_FALSE(machine_.disk.Has(lockFile)) << c.answer.status;
+  }
+  EXPECT_TRUE(machine_.Logged("failed to send HTTP request with error: connection refused"));
+  RunIngester();
+  EXPECT_FALSE(machine_.disk.Has(eventFile));
+}
+
+TEST_F(Queue, EnvelopeHoldsTheConstantsUnderTheEvent) {
+  machine_.disk.Put(eventFile, *platform::WritePropertyList(platform::Value(platform::Dictionary{
+                                   {"env.fw.name", "Own"}, {"event.error_code", platform::Value::State(11.5)}})));
+  RunIngester();
+  ASSERT_EQ(machine_.posted.size(), 1U);
+  const auto& post = machine_.posted[0];
+  EXPECT_EQ(post.url, upload::ServiceUrl());
+  EXPECT_EQ(post.headerLines,
+            (std::vector<std::string>{"content-type: application/json", "x-api-key: evtsk-dsk-channel"}));
+  EXPECT_EQ(post.Event("env.fw.name"), "Own");
+  EXPECT_EQ(post.Event("event.error_code"), "11.5");
+  EXPECT_EQ(post.Event("source.platform"), "Mac");
+  EXPECT_EQ(post.Event("event.subtype"), "exit");
+  EXPECT_TRUE(post.body.starts_with(R"({"events":[{"project":"evtsk-dsk-channel","environment":"prod","time":")"))
+      << post.body;
+}
+
+TEST_F(Queue, ReportBecomesAPrivateEventThatIsPosted) {
+  machine_.disk.Put("/r.ips", TextReport());
+  machine_.answers = {{500}, {500}};
+  RunIngester("/r.ips", "1");
+  const auto left = machine_.disk.Names(queue);
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_TRUE(Ingester::shouldProcessReport(left[0])) << left[0];
+  EXPECT_EQ(machine_.disk.Find(ProcessWide().REPORTS_DIR + "/" + left[0])->mode, 0600U);
+  machine_.disk.LosePower();
+  RunIngester();
+  ASSERT_EQ(machine_.posted.size(), 3U);
+  EXPECT_EQ(machine_.posted[2].Event("event.guid"), machine_.posted[0].Event("event.guid"));
+  EXPECT_EQ(machine_.posted[2].Event("source.name"), "Photo");
+}
+
+TEST_F(Queue, UnreadableReportStillMakesAnEventButASingleJsonLineNone) {
+  RunIngester("/absent.ips", "2");
+  machine_.disk.Make(Disk::Kind::fifo, "/fifo.ips");
+  RunIngester("/fifo.ips", "2");
+  machine_.disk.Put("/single.ips", "{}");
+  RunIngester("/single.ips", "0");
+  EXPECT_EQ(machine_.posted.size(), 2U);
+  EXPECT_EQ(machine_.posted[0].Event("event.value"), "abnormal:hang");
+  EXPECT_TRUE(LoggedStart("refused to read report /fifo.ips: "));
+  EXPECT_TRUE(LoggedStart("uncaught exception in submitReport: "));
+}
+
+TEST_F(Queue, WhatCannotBeUnderstoodIsPostedAndWhatIsRefusedIsKept) {
+  machine_.disk.Put(eventFile, "no property list");
+  RunIngester();
+  ASSERT_EQ(machine_.posted.size(), 1U);
+  EXPECT_EQ(machine_.posted[0].Event("env.fw.name"), "Crash Reporter SDK");
+  EXPECT_EQ(machine_.posted[0].Event("source.name"), "(absent)");
+
+  for (const auto kind : {Disk::Kind::link, Disk::Kind::fifo}) {
+    machine_.disk.Make(kind, eventFile);
+    RunIngester();
+    EXPECT_TRUE(machine_.disk.Has(eventFile));
+  }
+  machine_.disk.Put(eventFile, std::string((std::size_t{4} << 20U) + 1, 'x'));
+  RunIngester();
+  machine_.disk.Fail(eventFile, std::errc::io_error);
+  RunIngester();
+  EXPECT_TRUE(machine_.disk.Has(eventFile));
+  EXPECT_EQ(machine_.posted.size(), 1U);
+}
+
+TEST_F(Queue, LockOfSomebodyElseIsRespectedAndLeftInPlace) {
+  machine_.disk.Put(eventFile, Event("Photo"));
+  machine_.disk.Put(lockFile);
+  machine_.disk.LockForSomebodyElse(lockFile);
+  RunIngester();
+  EXPECT_TRUE(machine_.posted.empty());
+  EXPECT_TRUE(machine_.disk.Has(lockFile));
+  EXPECT_TRUE(LoggedStart(
+      "failed to lock file: /Users/anna/Library/Logs/CrashReporter/Ingest/crMacLog_A.log.lck with error: 11"));
+}
+
+TEST_F(Queue, EventDeliveredByAnotherDaemonMeanwhileIsSkipped) {
+  const std::string path = ProcessWide().REPORTS_DIR + "/crMacLog_A.log";
+  machine_.disk.Put(queue + std::string("/other"));
+  UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
+  EXPECT_FALSE(Ingester::processReport(path, run));
+  EXPECT_TRUE(machine_.posted.empty());
+  EXPECT_FALSE(machine_.disk.Has(lockFile));
+  EXPECT_TRUE(machine_.Logged("processed report at path: " + path + " with rc: 0"));
+}
+
+TEST_F(Queue, FilesExpireAfterThirtyDaysWhateverTheyAre) {
+  const auto now = machine_.Now();
+  const auto limit = std::chrono::hours(30 * 24);
+  machine_.disk.Put(std::string(queue) + "/old.txt", "", now - limit - 1ms);
+  machine_.disk.Put(std::string(queue) + "/crMacLog_B.log.lck", "", now - limit);
+  machine_.disk.Put(std::string(queue) + "/young.txt", "", now - limit + 1ms);
+  machine_.disk.Make(Disk::Kind::folder, std::string(queue) + "/crMacLog_folder.log");
+  RunIngester();
+  EXPECT_EQ(machine_.disk.Names(queue),
+            (std::vector<std::string>{"crMacLog_B.log.lck", "young.txt", "crMacLog_folder.log"}));
+  EXPECT_TRUE(machine_.posted.empty());
+}
+
+TEST_F(Queue, RunPostsNothingMoreAfterATimeOut) {
+  for (const char* name : {"crMacLog_A.log", "crMacLog_B.log", "crMacLogbackup.log"}) {
+    machine_.disk.Put(std::string(queue) + "/" + name, Event(name));
+  }
+  machine_.answers = {{.status = 500}, {.status = 0, .error = "time-out", .timesOut = true}};
+  RunIngester();
+  EXPECT_EQ(machine_.posted.size(), 2U);
+  EXPECT_LE(machine_.Elapsed(), 61s);
+  EXPECT_EQ(machine_.disk.Names(queue).size(), 3U);
+}
+
+TEST_F(Queue, MissingFolderIsAnErrorLineForBothPasses) {
+  RunIngester();
+  EXPECT_TRUE(LoggedStart("failed to get contents of directory: " + ProcessWide().REPORTS_DIR + " with error: "));
+  EXPECT_TRUE(machine_.Logged("stopped"));
+}
+
+TEST(ServiceUrl, OnlySecureOrLoopback) {
+  for (const char* url : {"https://ingest.example/ingest", "http://127.0.0.1:8080/ingest", "http://localhost/",
+                          "http://[::1]:80/ingest"}) {
+    EXPECT_TRUE(upload::IsAllowedUrl(url)) << url;
+  }
+  for (const char* url : {"", "http://ingest.example/", "http://127.0.0.1.example/", "http://localhost@ingest.example/",
+                          "http://localhost:1@ingest.example/", "https:///ingest", "ftp://localhost/", "https://a b/",
+                          "http://localhost\\@ingest.example/", "file:///etc/passwd"}) {
+    EXPECT_FALSE(upload::IsAllowedUrl(url)) << url;
+  }
+}
+
+}  // namespace

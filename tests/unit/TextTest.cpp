@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <regex>
+#include <stdexcept>
+
+#include "support/Guid.h"
+#include "support/Paths.h"
+#include "support/Text.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Text, ReadsALeadingIntegerAndClampsIt) {
+  for (const auto& text : {""s, "-"s, "x7"s, "+-7"s, "- 7"s, "\n7"s, "\xFF"s})
+    EXPECT_EQ(text::IntegerValue(text), 0) << text;
+  for (const auto& text : {"7"s, " \t+7x"s, "0007"s, "7.9"s, "7\0"s + "1"})
+    EXPECT_EQ(text::IntegerValue(text), 7) << text;
+  EXPECT_EQ(text::IntegerValue("2147483647"), INT_MAX);
+  EXPECT_EQ(text::IntegerValue("99999999999999999999"), INT_MAX);
+  EXPECT_EQ(text::IntegerValue("-2147483649"), INT_MIN);
+}
+
+TEST(Text, TakesForTrueWhatStartsLikeIt) {
+  for (const char* text : {"Y", "yes", "T", "t", "1", "9", " \t+001", "-3", "0y"})
+    EXPECT_TRUE(text::BooleanValue(text)) << text;
+  for (const char* text : {"", "0", "N", "f", "--1", "x1", "+", "\n1"}) EXPECT_FALSE(text::BooleanValue(text)) << text;
+}
+
+TEST(Text, TrimsAndSplits) {
+  EXPECT_EQ(text::Trim("\t \n a b \t"), "\n a b");
+  EXPECT_EQ(text::Trim(" \t"), "");
+  EXPECT_EQ(text::Split("", '_'), std::vector<std::string_view>{""});
+  EXPECT_EQ(text::Split("_a__b_", '_'), (std::vector<std::string_view>{"", "a", "", "b", ""}));
+}
+
+TEST(Text, CountsUtf16UnitsFromTheFront) {
+  EXPECT_EQ(text::From("\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80x", 4), "x");
+  EXPECT_EQ(text::From("\xF0\x9F\x98\x80x", 1), "\xEF\xBF\xBDx");  // half a character is none
+  EXPECT_EQ(text::From("\xE2\x82x", 2), "x");
+  EXPECT_EQ(text::From("abc", 3), "");
+  EXPECT_THROW((void)text::From("abc", 4), std::out_of_range);
+}
+
+TEST(Text, ReplacesEveryMalformedSequence) {
+  const std::string good = "\0\x7F\xC2\x80\xED\x9F\xBF\xEE\x80\x80\xF4\x8F\xBF\xBF"s;
+  EXPECT_TRUE(text::IsUtf8(good));
+  EXPECT_EQ(text::ToUtf8(good), good);
+  // Cut short, a stray continuation, overlong, a surrogate, beyond the last character.
+  for (const char* bytes :
+       {"\xE2\x82", "\xF0\x9F\x98", "\x80", "\xC0\xAF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
+    EXPECT_FALSE(text::IsUtf8(bytes));
+    EXPECT_TRUE(std::regex_match(text::ToUtf8("a"s + bytes + "z"), std::regex("a(\xEF\xBF\xBD)+z")));
+  }
+  EXPECT_EQ(text::ToUtf8("\xF0\x9F\x98z"), "\xEF\xBF\xBDz");
+}
+
+TEST(Paths, TakesPathsApartAndPutsThemTogether) {
+  const char* const cases[][4] = {{"/a/b.tar.ips", "/a", "b.tar.ips", "ips"},
+                                  {"/a", "/", "a", ""},
+                                  {"a.b/c", "a.b", "c", ""},
+                                  {"a/.ips", "a", ".ips", ""},
+                                  {"a/", "a", "", ""}};
+  for (const auto& [path, parent, last, extension] : cases) {
+    EXPECT_EQ(paths::Parent(path), parent);
+    EXPECT_EQ(paths::LastComponent(path), last);
+    EXPECT_EQ(paths::Extension(path), extension);
+  }
+  EXPECT_EQ(paths::Join("/a/", "b"), "/a/b");
+  EXPECT_EQ(paths::Join("/", "b"), "/b");
+  for (const auto& text : {""s, "."s, ".."s, "a/b"s, "a\0b"s}) EXPECT_FALSE(paths::IsPlainComponent(text)) << text;
+  for (const char* text : {"a", "...", ".a", "~"}) EXPECT_TRUE(paths::IsPlainComponent(text)) << text;
+}
+
+TEST(Guid, IsARandomUuid) {
+  const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  EXPECT_TRUE(std::regex_match(NewGuid(), form));
+  EXPECT_NE(NewGuid(), NewGuid());
+}
+
+}  // namespace

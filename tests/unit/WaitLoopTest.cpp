@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+#include "CRDaemon/MyDaemon.h"
+#include "CRDaemon/ProcessValues.h"
+#include "support/FixedNames.h"
+#include "tests/simulated/SimulatedMachine.h"
+
+namespace {
+
+using Step = std::function<void(SimulatedMachine&)>;
+using Moment = std::chrono::milliseconds;
+
+const std::string systemReport = std::string(userReports) + "Photo-1.ips";
+const std::string signalReport = std::string(userReports) + "Photo_2024-03-15_4711_Labs-Mac-mini.ips";
+const std::string hangReport = "/Library/Logs/DiagnosticReports/Photo_1.hang";
+constexpr char dataFile[] = "~/Library/Logs/Malvex/data_4711.txt";
+const std::string nothing;
+
+// Lines that tell the ends apart.
+constexpr char announced[] = "Got appTerminatedNormally notification in daemon";
+constexpr char available[] = "Crash report available";
+constexpr char noPreferences[] = "Not able to access CR preference";
+constexpr char noSignalReport[] = "Signal report is not created, CR dialog will not appear";
+constexpr char notFound[] = "Crash log not found";
+constexpr char reporterFailed[] = "Malvex crash reporter launch failed";
+constexpr char searching[] = "Searching for Crash logs";
+constexpr char waitsForDialog[] = "Apple Report not available, Wait for Apple crash dialog";
+constexpr char overridden[] =
+    "MalvexCrashReporterSendWithoutPrompt is overriding always_never_send set in CR preference";
+constexpr char notLaunched[] =
+    "Malvex Crash Reporter App will not be launched as either a. user is throttled Or b. always never send is set  to "
+    "'2' in preference Or c. MalvexCrashReporterSendWithoutPrompt Or d. Signal dialog is disabled";
+
+Step Dies(Moment at, std::int64_t status) {
+  return [=](auto& machine) { machine.At(at).HostDies(status); };
+}
+Step Appears(Moment at, const std::string& path) {
+  return [=](auto& machine) { machine.At(at).FileAppears(path, JsonReport()); };
+}
+Step Posts(Moment at, const std::string& name) {
+  return [=](auto& machine) { machine.At(at).Notify(name, {{"pid", "4711"}}); };
+}
+void DiesSilently(SimulatedMachine& machine) { machine.At(3s).HostDiesSilently(); }
+void IsThere(SimulatedMachine& machine) { machine.disk.Put(systemReport, JsonReport()); }
+// The system still protects its report.
+void AppearsLocked(SimulatedMachine& machine) {
+  machine.At(3s).FileAppears(systemReport, JsonReport()).Do([&machine] {
+    machine.disk.Find(simulatedHome + systemReport.substr(1))->immutable = true;
+  });
+}
+void ReportCrashRuns(SimulatedMachine& machine) {
+  machine.At(3s).ProcessAppears("ReportCrash");
+  machine.At(5s).ProcessEnds("ReportCrash");
+}
+void NeverSend(SimulatedMachine& machine) { machine.SetPreference("always_never_send", "2"); }
+void KeepNoPreferences(SimulatedMachine& machine) { machine.disk.Fail(preferencesFile, std::errc::permission_denied); }
+
+struct End {
+  const char* name;
+  std::map<std::size_t, std::string> replaced;  // arguments
+  std::vector<Step> script;
+  std::chrono::seconds elapsed;
+  std::string outcome;  // the kind of the event posted, and whether the reporter was started
+  const char* logged;
+};
+
+}  // namespace
+
+TEST(WaitLoop, EveryEnd) {
+  const auto crash = Dies(3s, SIGSEGV), killed = Dies(3s, SIGKILL), terminated = Dies(3s, SIGTERM);
+  const auto report = Appears(4s, systemReport), ownReport = Appears(3s, signalReport), hang = Appears(3s, hangReport);
+  const End ends[] = {
+      // Nobody need hear of it.
+      {"normal exit", {}, {Dies(3s, 0)}, 3s, nothing, "Normal Exit"},
+      {"log-out, host alive", {}, {Posts(2500ms, names::logoutContinued)}, 3s, nothing, "stopped"},
+      {"log-out, deciding", {}, {crash, Posts(4500ms, names::logoutContinued)}, 5s, nothing, notFound},
+      {"announced", {}, {Posts(2500ms, names::terminatedNormally)}, 3s, nothing, announced},
+      {"no report in time", {{24, "3"}}, {crash}, 5s, nothing, searching},
+      {"no time", {{24, "none"}}, {crash}, 3s, nothing, searching},
+      {"no signal report", {}, {terminated}, 9s, nothing, noSignalReport},
+      {"delivered alone", {}, {Posts(2s, names::exceptionDelivered), crash}, 3s, nothing, "Exception delivered"},
+      {"old report", {{24, "2"}}, {IsThere, crash}, 4s, nothing, searching},
+      // Reported.
+      {"system report", {}, {crash, report}, 4s, "crash, reporter", "Parent app exit code:11"},
+      {"status 0, not of launchd", {{23, "0"}}, {Dies(3s, 0), report}, 4s, "crash, reporter", notFound},
+      {"signal, waits for hang", {}, {terminated, ownReport}, 9s, "signal, reporter", "CR handled signal received"},
+      {"hang", {{23, "0"}}, {killed, hang}, 9s, "hang, reporter", available},
+      {"signal and hang", {{23, "0"}}, {hang, ownReport, killed}, 3s, "others, reporter", available},
+      {"unannounced", {}, {DiesSilently, report}, 8s, "crash, reporter", "Parent app exit code:-1"},
+      {"delivered", {}, {Posts(2s, names::exceptionDelivered), AppearsLocked, crash}, 3s, "crash, reporter", available},
+      {"locked while written", {}, {AppearsLocked, ReportCrashRuns, crash}, 5s, "crash, reporter", waitsForDialog},
+      {"no preferences", {}, {KeepNoPreferences, crash, report}, 4s, "crash, reporter", noPreferences},
+      {"never, overridden", {{6, "1"}}, {NeverSend, crash, report}, 4s, "crash, reporter", overridden},
+      // Queued, but no reporter.
+      {"never", {}, {NeverSend, crash, report}, 4s, "crash", notLaunched},
+      {"throttled", {{25, "1"}, {6, "1"}}, {crash, report}, 4s, "crash", notLaunched},
+      {"no dialog for signals", {{19, "0"}}, {terminated, ownReport}, 9s, "signal", notLaunched},
+      {"no such reporter", {{5, "/None"}}, {crash, report}, 4s, "crash", reporterFailed},
+  };
+  for (const End& end : ends) {
+    SCOPED_TRACE(end.name);
+    SimulatedMachine machine;
+    machine.disk.Put(dataFile);
+    for (const auto& step : end.script) step(machine);
+    MyDaemon daemon;
+    machine.Run(daemon, HostArguments(end.replaced));
+    EXPECT_EQ(machine.Elapsed(), end.elapsed);
+    std::string outcome = nothing;
+    for (const auto& post : machine.posted)
+      outcome += post.Event("event.value").substr(std::string("abnormal:").size());
+    for (std::size_t i = 0; i < machine.started.size(); ++i) outcome += ", reporter";
+    EXPECT_EQ(outcome, end.outcome);
+    EXPECT_TRUE(machine.Logged(end.logged));
+    EXPECT_TRUE(daemon.endRunLoop);
+    // Only the ends with nothing to show clear up: neither a launch nor a log-out does.
+    const bool kept = outcome.ends_with("reporter") || std::string(end.name).starts_with("log-out");
+    EXPECT_EQ(machine.disk.Has(dataFile), kept || end.logged == reporterFailed);
+  }
+}
+
+TEST(WaitLoop, WhatAReportedCrashLeaves) {
+  SimulatedMachine machine;
+  machine.At(3s).HostDies(SIGSEGV);
+  machine.At(5s).FileAppears("/Library/Logs/DiagnosticReports/Photo-1.ips", JsonReport());
+  machine.disk.Put("~/Library/Logs/Malvex/glimmerData_4711.sllog", "session");
+  MyDaemon daemon;
+  machine.Run(daemon, HostArguments());
+  EXPECT_EQ(machine.Elapsed(), 5s);
+  EXPECT_EQ(daemon.getStoredCrash(), "Photo-1.ips");
+  EXPECT_EQ(machine.posted.at(0).Event("event.error_type"), "EXC_BAD_ACCESS");
+  EXPECT_EQ(machine.started.at(0).arguments.size(), 24U);
+  EXPECT_EQ(machine.started[0].arguments.at(0), "/Users/anna/Library/Logs/DiagnosticReports/Photo-1.ips");
+  EXPECT_EQ(machine.started[0].arguments.at(15), "11");
+  EXPECT_EQ(machine.disk.Text(systemReport), JsonReport());
+  EXPECT_FALSE(machine.disk.Has("~/Library/Logs/Malvex/glimmerData_4711.sllog"));
+  EXPECT_TRUE(machine.disk.Names("~/Library/Logs/CrashReporter/Ingest").empty());
+}
+
+TEST(WaitLoop, ABadArgumentListEndsWithTheHost) {
+  for (const std::size_t size : {0U, 5U, 6U, 23U}) {
+    SimulatedMachine machine;
+    machine.At(3s).HostDies(SIGSEGV);
+    auto arguments = HostArguments();
+    arguments.resize(size);
+    MyDaemon daemon;
+    machine.Run(daemon, arguments);
+    EXPECT_EQ(machine.Elapsed(), size < 6 ? 0s : 3s) << size;
+    EXPECT_EQ(machine.CountLogged("Insufficient number of arguments passed to CRDaemon"), size < 6 ? 2U : 1U) << size;
+    EXPECT_EQ(daemon.processId.has_value(), size >= 6) << size;
+    EXPECT_FALSE(daemon.endRunLoop) << size;
+  }
+  for (std::size_t size = 24; size <= 30; ++size) {
+    SimulatedMachine machine;
+    MyDaemon daemon;
+    auto arguments = HostArguments();
+    arguments.resize(size);
+    EXPECT_THROW(machine.Run(daemon, arguments), std::out_of_range) << size;
+  }
+}
+
+TEST(WaitLoop, LogGates) {
+  const struct {
+    const char* name;
+    std::chrono::seconds at;
+    std::size_t notified, unknown;
+  } cases[] = {{"at once: every pass", 3s, 3, 0}, {"two seconds later: never", 5s, 0, 0}, {"too late", 9s, 0, 1}};
+  for (const auto& [name, at, notified, unknown] : cases) {
+    SCOPED_TRACE(name);
+    SimulatedMachine machine;
+    machine.At(3s).HostDiesSilently();
+    machine.At(at).EndIsAnnounced(SIGSEGV);
+    MyDaemon daemon;
+    machine.Run(daemon, HostArguments({{24, "3"}}));
+    EXPECT_EQ(machine.CountLogged("Terminate Notified"), notified);
+    EXPECT_EQ(machine.CountLogged("Number of current processes: 0"), notified);
+    EXPECT_EQ(machine.CountLogged("exitStatus -1"), unknown);
+    EXPECT_EQ(machine.CountLogged("Crash log not found"), 2U);
+  }
+}
+
+TEST(WaitLoop, AnHourOfALivingHostIsOneTestASecond) {
+  SimulatedMachine machine;
+  std::size_t looks = 0;
+  const auto lookedAt = [&machine] { return machine.disk.counters.names + machine.disk.counters.attributes; };
+  machine.At(500ms).Do([&] { looks = lookedAt(); });
+  machine.At(3599500ms).Do([&] { looks = lookedAt() - looks; });
+  machine.At(1h).HostDies(0);
+  MyDaemon daemon;
+  machine.Run(daemon, HostArguments());
+  EXPECT_EQ(machine.livenessTests, 3600U);
+  EXPECT_EQ(looks, 0U);
+}
+
+TEST(WaitLoop, NoticesAboutOthersChangeNothing) {
+  SimulatedMachine machine;
+  machine.At(2s).Notify(names::terminatedNormally, {{"pid", "47"}});
+  machine.At(2s).Notify(names::exceptionDelivered, {}).Notify("com.apple.somethingElse", {{"pid", "4711"}});
+  machine.At(3s).HostDiesSilently().EndIsAnnounced(SIGSEGV, "47");
+  machine.At(4s).EndIsAnnounced(0);
+  MyDaemon daemon;
+  machine.Run(daemon, HostArguments());
+  EXPECT_EQ(machine.Elapsed(), 4s);
+  EXPECT_EQ(machine.CountLogged("Got appTerminatedNormally notification in daemon"), 1U);
+  for (const auto* line : {"Exception delivered", searching}) EXPECT_FALSE(machine.Logged(line));
+  EXPECT_TRUE(machine.Logged("Normal Exit"));
+}
+
+TEST(WaitLoop, RootWithoutAConsoleUserFindsAndMakesNothing) {
+  SimulatedMachine machine;
+  machine.isRoot = true;
+  machine.At(3s).HostDies(SIGSEGV);
+  ProcessWide() = InitialProcessValues();
+  MyDaemon daemon;
+  machine.Run(daemon, HostArguments({{24, "3"}}));
+  EXPECT_EQ(ProcessWide().UserLibrary, "~<none>/Library");
+  EXPECT_EQ(machine.Elapsed(), 5s);
+  EXPECT_FALSE(machine.disk.Has("/~<none>"));
+}
