@@ -5,7 +5,7 @@
 int main(int argc, char** argv) {
   ProcessWide() = InitialProcessValues();
   ProcessWide().arguments.assign(argv, argv + argc);
-  platform::SettleSignals();
+  platform::SettleProcess();
   MyDaemon daemon;
   daemon.initialize();
   return 0;

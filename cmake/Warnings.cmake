@@ -3,6 +3,8 @@ add_library(crd_warnings INTERFACE)
 target_compile_options(crd_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
   -Wformat=2 -Werror)
+# So that the linker can leave out what is never called.
+target_compile_options(crd_warnings INTERFACE -ffunction-sections -fdata-sections)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # False alarms of g++ 12 on "text" + std::string in optimised builds.
   target_compile_options(crd_warnings INTERFACE -Wno-restrict)

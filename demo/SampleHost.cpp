@@ -13,6 +13,7 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -61,6 +62,7 @@ struct Options {
                                                    "subscription",
                                                    "1"};
   std::size_t count = allElements;
+  std::time_t launch = std::time(nullptr);
 };
 
 [[noreturn]] void Usage() {
@@ -122,12 +124,10 @@ void Obey(const std::string& line, const Options& options) {
   const std::string verb = line.substr(0, blank);
   const std::string object = blank == std::string::npos ? "" : line.substr(blank + 1);
   if (verb == "report-faults") {
-    sample::ReportSegmentationFaults(options.elements[2], options.elements[3]);
+    sample::ReportSegmentationFaults(options.elements[2], options.elements[3], options.launch);
   } else if (verb == "crash") {
     Crash();
   } else if (verb == "signal") {
-    // Not raise(): a sanitizer's handler would turn the signal into an exit.
-    std::signal(std::stoi(object), SIG_DFL);
     kill(getpid(), std::stoi(object));
   } else if (verb == "exit") {
     std::_Exit(std::stoi(object));
@@ -143,6 +143,8 @@ void Obey(const std::string& line, const Options& options) {
 int main(int argc, char** argv) try {
   const rlimit noCoreFile{0, 0};
   setrlimit(RLIMIT_CORE, &noCoreFile);
+  // A sanitizer's handler would turn the signal into an exit.
+  std::signal(SIGSEGV, SIG_DFL);
   const Options options = ParseOptions({argv + 1, argv + argc});
   StartDaemon(options);
   for (std::string line; std::getline(std::cin, line);) Obey(line, options);

@@ -78,7 +78,7 @@ std::string CleanHostName() {
 
 }  // namespace
 
-void ReportSegmentationFaults(const std::string& application, const std::string& version) {
+void ReportSegmentationFaults(const std::string& application, const std::string& version, std::time_t launch) {
   const char* home = std::getenv("HOME");
   const std::string folder = std::string(home == nullptr ? "" : home) + "/Library/Logs/DiagnosticReports";
   std::filesystem::create_directories(folder);
@@ -93,7 +93,7 @@ void ReportSegmentationFaults(const std::string& application, const std::string&
                           .head = "Process:         " + application + " [" + process + "]\n" +
                                   "Version:         " + version + "\n" + "OS Version:      Linux " + system.release +
                                   "\n" + "Publisher Process Name: " + application + "\n" +
-                                  "Launch Time:     " + DateOf(time(nullptr)).data() + "\n"};
+                                  "Launch Time:     " + DateOf(launch).data() + "\n"};
   struct sigaction action {};
   action.sa_handler = WriteReport;
   action.sa_flags = static_cast<int>(SA_RESETHAND);

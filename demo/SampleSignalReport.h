@@ -1,12 +1,14 @@
 #pragma once
 
+#include <ctime>
 #include <string>
 
 // The host's own handler of signals, as an application has one: it writes a report of the signal where CRDaemon looks
 // for it. Only the time and the signal are put in at the last moment; in the handler itself nothing is allocated.
 namespace sample {
 
-// Writes the report at the next SIGSEGV, then lets it kill this process. Once a process.
-void ReportSegmentationFaults(const std::string& application, const std::string& version);
+// Writes the report at the next SIGSEGV, then lets it kill this process, which was launched at that time. Once a
+// process.
+void ReportSegmentationFaults(const std::string& application, const std::string& version, std::time_t launch);
 
 }  // namespace sample

@@ -24,8 +24,8 @@ void WatchHost(std::int32_t processId);
 // None when unset, and always in a set-user-id process.
 [[nodiscard]] std::optional<std::string> Environment(const std::string& name);
 
-// Lets terminal signals and broken pipes pass this process by and makes its children waitable. Once, before threads
-// start.
-void SettleSignals();
+// Lets terminal signals and broken pipes pass this process by, makes its children waitable, and keeps its memory small.
+// Once, before threads start.
+void SettleProcess();
 
 }  // namespace platform

@@ -86,7 +86,7 @@ class Value {
 };
 
 // XML or binary, from untrusted bytes: EFBIG over 4 MiB, EINVAL for what does not parse, nests deeper than 128 levels,
-// or unfolds into more than 4 MiB or 32,768 keys and values.
+// or unfolds into more than 4 MiB or 16,384 keys and values.
 [[nodiscard]] Result<Value> ParsePropertyList(std::string_view bytes);
 
 // XML, format version 1.0, in whole seconds where there are dates. EINVAL for a tree that holds a null and for one that

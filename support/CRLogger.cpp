@@ -1,10 +1,6 @@
 #include "support/CRLogger.h"
 
-#include <ios>
-#include <iostream>
 #include <mutex>
-#include <sstream>
-#include <streambuf>
 #include <string_view>
 #include <vector>
 
@@ -75,41 +71,20 @@ bool IsAppendOn(std::string_view settings) {
   return isOn;
 }
 
-// Unbuffered: what is written is in the file, whatever becomes of this process.
-class FileBuffer : public std::streambuf {
+}  // namespace
+
+// The file of this process's log. Unbuffered: what is written is in the file, whatever becomes of this process. No
+// standard stream: their locales alone would be a fifth of what the waiting daemon holds.
+class Logger::LoggerFile : public GlobalItem {
  public:
-  FileBuffer(const std::string& path, bool append) : file_(platform::OutputFile::Open(path, append)) {}
+  LoggerFile(const std::string& path, bool append) : file_(platform::OutputFile::Open(path, append)) {}
 
-  [[nodiscard]] bool IsOpen() const { return static_cast<bool>(file_); }
-
- protected:
-  std::streamsize xsputn(const char* characters, std::streamsize count) override {
-    return IsOpen() && file_->Write({characters, static_cast<std::size_t>(count)}) ? count : 0;
-  }
-  int_type overflow(int_type character) override {
-    if (traits_type::eq_int_type(character, traits_type::eof())) return traits_type::not_eof(character);
-    const char single = traits_type::to_char_type(character);
-    return xsputn(&single, 1) == 1 ? character : traits_type::eof();
-  }
+  // Silent for good after the first failure, that of opening it included.
+  void Write(std::string_view line) { isGood_ = isGood_ && file_ && file_->Write(line); }
 
  private:
   platform::Result<platform::OutputFile> file_;
-};
-
-}  // namespace
-
-// The file of this process's log. One that could not be opened is a stream that has failed.
-class Logger::LoggerFile : public GlobalItem {
- public:
-  LoggerFile(const std::string& path, bool append) : buffer_(path, append), stream_(&buffer_) {
-    if (!buffer_.IsOpen()) stream_.setstate(std::ios_base::failbit);
-  }
-
-  [[nodiscard]] std::ostream* Stream() { return &stream_; }
-
- private:
-  FileBuffer buffer_;
-  std::ostream stream_;
+  bool isGood_ = true;
 };
 
 std::string* Logger::pStrConfigFilePath = nullptr;
@@ -139,12 +114,12 @@ void Logger::LogInfo(const std::string& message, const std::string& file, std::i
 }
 
 void Logger::Log(const std::string& level, const std::string& value, const std::string& detail) {
+  if (stream_ == nullptr) return;
+  const std::string line = "[" + level + "] | PID:" + GetString(platform::CurrentProcessId()) +
+                           " | TIME:" + dates::FormatLogTime(platform::Now()) + " | VALUE:" + value +
+                           " | DETAIL:" + detail + "\n";
   const std::lock_guard lock(lineMutex);
-  if (stream_->fail()) return;
-  *stream_ << "[" + level + "] | PID:" + GetString(platform::CurrentProcessId()) +
-                  " | TIME:" + dates::FormatLogTime(platform::Now()) + " | VALUE:" + value + " | DETAIL:" + detail +
-                  '\n';
-  stream_->flush();
+  stream_->Write(line);
 }
 
 Logger* Logger::GetLogger(const std::string& component, bool) {
@@ -163,23 +138,12 @@ Logger* Logger::GetLogger(const std::string& component, bool) {
     const auto settings = platform::ReadFile(*pStrConfigFilePath, platform::smallFileLimitBytes);
     pLogFile = KeepForever(new LoggerFile(path, settings && IsAppendOn(*settings)));
   }
-  pLogger = KeepForever(new Logger(pLogFile->Stream()));
+  pLogger = KeepForever(new Logger(pLogFile));
   return pLogger;
 }
 
 std::string Logger::GetCodeInfo(const std::string& file, std::int32_t line) {
   return "File:" + file + " LINE:" + GetString(line);
 }
-
-template <typename T>
-std::string Logger::GetString(const T& value) {
-  std::ostringstream stream;
-  stream << value;
-  return stream.str();
-}
-
-template std::string Logger::GetString(const std::int32_t& value);
-
-NULLLogger::NULLLogger() : Logger(&std::cout) {}
 
 }  // namespace CRLogger

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 #include <string>
 
 #include "support/SLGarbageCollection.h"
@@ -13,8 +12,10 @@ namespace CRLogger {
 // nothing. Any thread may log once the first GetLogger has returned; a line is never torn.
 class Logger : public GlobalItem {
  public:
-  // Does not own `stream`, which outlives it.
-  explicit Logger(std::ostream* stream) : stream_(stream) {}
+  class LoggerFile;
+
+  // Does not own `stream`, which outlives it; without one it writes nothing.
+  explicit Logger(LoggerFile* stream) : stream_(stream) {}
 
   virtual void LogFatal(const std::string& message, const std::string& codeInfo);
   virtual void LogError(const std::string& message, const std::string& codeInfo);
@@ -37,22 +38,22 @@ class Logger : public GlobalItem {
 
   // As a stream writes it; exists for std::int32_t alone.
   template <typename T>
-  static std::string GetString(const T& value);
-
-  class LoggerFile;
+  static std::string GetString(const T& value) {
+    return std::to_string(value);
+  }
 
   static std::string* pStrConfigFilePath;
   static Logger* pLogger;
   static LoggerFile* pLogFile;
 
  private:
-  std::ostream* stream_;
+  LoggerFile* stream_;
 };
 
 // Swallows every message.
 class NULLLogger : public Logger {
  public:
-  NULLLogger();
+  NULLLogger() : Logger(nullptr) {}
   void LogFatal(const std::string&, const std::string&) override {}
   void LogError(const std::string&, const std::string&) override {}
   void LogWarning(const std::string&, const std::string&) override {}

@@ -4,7 +4,14 @@
 
 #include <thread>
 
+#include "platform/linux/Memory.h"
+
 namespace platform {
+namespace {
+
+constexpr std::chrono::seconds longSleep{1};
+
+}  // namespace
 
 Time Now() {
   timespec now{};
@@ -12,6 +19,9 @@ Time Now() {
   return Time(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
 
-void SleepFor(std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); }
+void SleepFor(std::chrono::milliseconds duration) {
+  if (duration >= longSleep) ReleaseUnusedMemory();
+  std::this_thread::sleep_for(duration);
+}
 
 }  // namespace platform

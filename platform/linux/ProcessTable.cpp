@@ -19,7 +19,8 @@ namespace platform {
 namespace {
 
 constexpr std::size_t shortNameBytes = 15;
-constexpr std::size_t fieldsBeforeExitStatus = 49;  // of /proc/PID/stat, between the state (3) and field 52, from 0
+constexpr std::size_t exitStatusField = 49;  // of /proc/PID/stat, from the state (its field 3) on
+constexpr std::size_t typicalProcesses = 256;
 constexpr std::string_view deletedMark = " (deleted)";
 
 int ProcFolder() {
@@ -27,11 +28,12 @@ int ProcFolder() {
   return folder.Number();
 }
 
-// What a file of /proc gives at the first read, up to 4 KiB.
+// What a file of /proc gives at the first read: a whole "stat", two arguments of ordinary length. More room would cost
+// the waiting daemon pages of stack.
 std::string ReadStart(const std::string& name) {
   const Descriptor file(openat(ProcFolder(), name.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return {};
-  std::array<char, 4096> bytes;  // NOLINT: filled by read
+  std::array<char, 2048> bytes;
   const ssize_t count = read(file.Number(), bytes.data(), bytes.size());
   return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
 }
@@ -77,7 +79,7 @@ std::optional<ProcessEntry> ReadProcess(std::int32_t processId) {
   entry.shortName = line.substr(nameBegin, nameEnd - nameBegin);
   const std::string_view fields = std::string_view(line).substr(nameEnd + 2);
   entry.isGone = fields.starts_with('Z') || fields.starts_with('X');
-  const std::string_view status = Field(fields, fieldsBeforeExitStatus);
+  const std::string_view status = Field(fields, exitStatusField);
   int number = 0;
   const bool isNumber = std::from_chars(status.data(), status.data() + status.size(), number).ec == std::errc();
   if (entry.isGone && isNumber && (number != 0 || MaySeeExitStatus(folder))) entry.exitStatus = number;
@@ -87,6 +89,7 @@ std::optional<ProcessEntry> ReadProcess(std::int32_t processId) {
 std::vector<std::string> ProcessNames() {
   Listing listing(Descriptor(openat(ProcFolder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
   std::vector<std::string> names;
+  names.reserve(typicalProcesses);
   while (const auto name = listing.Next()) {
     std::int32_t id = 0;
     const char* end = name->data() + name->size();
@@ -100,7 +103,7 @@ std::vector<std::string> ProcessNames() {
 }
 
 std::string ExecutableOf(const std::string& processId) {
-  std::array<char, 4096> bytes;  // NOLINT: filled by readlinkat
+  std::array<char, 2048> bytes;
   const ssize_t count = readlinkat(ProcFolder(), (processId + "/exe").c_str(), bytes.data(), bytes.size());
   std::string path(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
   if (path.ends_with(deletedMark)) path.resize(path.size() - deletedMark.size());

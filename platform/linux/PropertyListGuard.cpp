@@ -24,7 +24,7 @@ class XmlScan {
 
  private:
   // libplist moves the rest of a text forward for each entity in it.
-  static constexpr std::uint64_t movedBytesLimit = std::uint64_t{1} << 32U;
+  static constexpr std::uint64_t movedBytesLimit = std::uint64_t{1} << 34U;
 
   bool SpendText(std::string_view text) {
     movedBytes_ += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '&')) * text.size();

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/linux/HostExit.h"
+#include "platform/linux/Memory.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/posix/Descriptor.h"
 
@@ -22,6 +23,8 @@ namespace {
 
 using UserInfo = std::map<std::string, std::string>;
 using Clock = BusConnection::Clock;
+
+constexpr int longWaitMilliseconds = 1000;
 
 // Interrupts a poll from any thread.
 class Alarm {
@@ -98,7 +101,9 @@ void Loop::AwaitInput() {
   enum Source : std::size_t { alarm, host, session, login };
   std::array<pollfd, 4> inputs = {alarm_.Input(), WatchedHost().Input(), session_.Connection().Input(),
                                   login_.Connection().Input()};
-  if (poll(inputs.data(), inputs.size(), PollMilliseconds()) < 0) return;
+  const int milliseconds = PollMilliseconds();
+  if (milliseconds < 0 || milliseconds > longWaitMilliseconds) ReleaseUnusedMemory();
+  if (poll(inputs.data(), inputs.size(), milliseconds) < 0) return;
   if (inputs[alarm].revents != 0) alarm_.Reset();
   if (inputs[host].revents != 0) {
     if (const auto status = WatchedHost().TakeStatus(inputs[host].revents)) DeliverEnd(*status);

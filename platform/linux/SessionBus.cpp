@@ -31,7 +31,7 @@ struct Notification {
 
 // Takes ownership of a text that libsystemd allocated.
 std::string Taken(char* text) {
-  const std::string copy = text == nullptr ? "" : text;
+  std::string copy = text == nullptr ? "" : text;
   std::free(text);
   return copy;
 }

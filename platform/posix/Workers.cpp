@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/Memory.h"
+
 namespace platform {
 
 struct WorkerGroup::Body {
@@ -15,7 +17,10 @@ struct WorkerGroup::Body {
   [[nodiscard]] bool TryStart(const std::function<void()>& task) {
     const std::lock_guard lock(mutex);
     try {
-      threads.emplace_back([task]() noexcept { task(); });
+      threads.emplace_back([task]() noexcept {
+        task();
+        ReleaseUnusedMemory();
+      });
       return true;
     } catch (const std::system_error&) {
       return false;

@@ -1,11 +1,14 @@
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <optional>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
 #include "platform/Files.h"
+#include "platform/Workers.h"
 #include "tests/contract/Scene.h"
 
 using platform::FileKind;
@@ -132,7 +135,7 @@ TEST_F(Contract, RemovalCrossesNoLink) {
 }
 
 TEST_F(Contract, OneHolderOfALockAtATime) {
-  const auto stateOf = [this](const char* name) { return FileLock::Try(Path(name)).state(); };
+  const auto stateOf = [](const char* name) { return FileLock::Try(Path(name)).state(); };
   auto first = FileLock::Try(Path("lock"));
   EXPECT_EQ(first.state(), FileLock::State::held);
   EXPECT_EQ(first.errorNumber(), 0);
@@ -153,4 +156,24 @@ TEST_F(Contract, OneHolderOfALockAtATime) {
   EXPECT_EQ(fresh.state(), FileLock::State::held);
   stale.reset();
   EXPECT_EQ(stateOf("lock"), FileLock::State::notLocked);
+}
+
+// A lock on a file that its holder removed in between must not count beside one on the file's successor.
+TEST_F(Contract, HoldersThatRemoveTheirLockNeverOverlap) {
+  std::atomic<int> holders = 0, overlaps = 0;
+  platform::WorkerGroup group;
+  for (int worker = 0; worker < 4; ++worker) {
+    group.Async([&] {
+      for (int i = 0; i < 5000; ++i) {
+        auto lock = FileLock::Try(Path("lock"));
+        if (lock.state() != FileLock::State::held) continue;
+        if (holders++ != 0) ++overlaps;
+        std::this_thread::yield();
+        --holders;
+        lock.RemoveAndRelease();
+      }
+    });
+  }
+  group.Wait();
+  EXPECT_EQ(overlaps, 0);
 }

@@ -45,7 +45,7 @@ TEST_P(RefusedEvent, StaysQueuedAndIsDeliveredByTheNextRun) {
   for (const demo::Receipt& receipt : received) EXPECT_EQ(platform::Value(receipt.Data("event.guid")), guid);
 }
 
-INSTANTIATE_TEST_SUITE_P(E2e, RefusedEvent, testing::Values(400, 500));
+INSTANTIATE_TEST_SUITE_P(E2e, RefusedEvent, testing::Values(400, 500), testing::PrintToStringParamName());
 
 TEST(Delivery, StatusBelow400IsAnAnswer) {
   Sandbox sandbox;
@@ -108,18 +108,27 @@ class SilentBus {
   int socket_;
 };
 
-class BadBus : public testing::TestWithParam<const char*> {};
+struct Bus {
+  const char* name;
+  const char* address;
+};
+
+class BadBus : public testing::TestWithParam<Bus> {};
 
 TEST_P(BadBus, CrashIsReportedAllTheSame) {
   Sandbox sandbox;
-  const SilentBus silent(sandbox.Folder() / "silent");
-  sandbox.environment["DBUS_SESSION_BUS_ADDRESS"] =
-      GetParam() == std::string("silent") ? "unix:path=" + (sandbox.Folder() / "silent").string() : GetParam();
+  const fs::path silentPath = sandbox.Folder() / "silent";
+  const SilentBus silent(silentPath);
+  const std::string address = GetParam().address;
+  sandbox.environment["DBUS_SESSION_BUS_ADDRESS"] = address == "silent" ? "unix:path=" + silentPath.string() : address;
   HostRun run = sandbox.StartWatchedHost();
   CrashWithSystemReport(sandbox, run);
   EXPECT_EQ(sandbox.Received().size(), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(E2e, BadBus, testing::Values("", "no address", "unix:path=/nonexistent/bus", "silent"));
+INSTANTIATE_TEST_SUITE_P(E2e, BadBus,
+                         testing::Values(Bus{"None", ""}, Bus{"Garbage", "no address"},
+                                         Bus{"Absent", "unix:path=/nonexistent/bus"}, Bus{"Silent", "silent"}),
+                         [](const auto& test) { return test.param.name; });
 
 }  // namespace

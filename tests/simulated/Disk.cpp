@@ -83,9 +83,9 @@ std::error_code Disk::Add(const std::string& path, Node node) {
 }
 
 void Disk::Remove(const std::string& path) {
-  const std::string absolute = Absolute(path);
+  const std::string absolute = Absolute(path), folder = absolute + "/";
   if (Find(absolute) == nullptr) return;
-  for (const std::string& name : std::vector(Find(absolute)->names)) Remove(absolute + "/" + name);
+  for (const std::string& name : std::vector(Find(absolute)->names)) Remove(folder + name);
   std::erase(Find(ParentOf(absolute))->names, absolute.substr(absolute.rfind('/') + 1));
   nodes_.erase(absolute);
 }

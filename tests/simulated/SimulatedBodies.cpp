@@ -37,7 +37,7 @@ std::optional<std::string> Environment(const std::string& name) {
   const auto found = Machine().environment.find(name);
   return found == Machine().environment.end() ? std::nullopt : std::optional(found->second);
 }
-void SettleSignals() {}
+void SettleProcess() {}
 
 void ObserveTermination(TerminationHandler handler) { Machine().terminationHandlers.push_back(std::move(handler)); }
 void ObserveDistributed(std::optional<std::string> name, DistributedHandler handler) {

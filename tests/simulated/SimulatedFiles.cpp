@@ -86,7 +86,8 @@ std::error_code RemoveTree(const std::string& path) {
 
 std::error_code SyncFolder(const std::string& path) {
   if (const auto error = OpenError(path, Kind::folder)) return error;
-  for (const auto& name : TheDisk().Find(path)->names) TheDisk().Find(path + "/" + name)->placed = true;
+  const std::string folder = path + "/";
+  for (const auto& name : TheDisk().Find(path)->names) TheDisk().Find(folder + name)->placed = true;
   return {};
 }
 

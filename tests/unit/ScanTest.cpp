@@ -63,7 +63,7 @@ TEST_F(Scan, WhichFilesBelongToTheRun) {
       {"Photo-1.ips", "", now, true, ""},
   };
   for (const auto& [name, text, created, jsonSystem, kind] : cases) {
-    SCOPED_TRACE(name + ": " + text);
+    SCOPED_TRACE(testing::Message() << name << ": " << text);
     machine.reportsAreJson = jsonSystem;
     machine.disk.Put(userReports + name, text, created);
     MyDaemon::FoundReports found;

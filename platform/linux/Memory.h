@@ -1,0 +1,10 @@
+#pragma once
+
+namespace platform {
+
+// Gives back to the system what was used once and is not used now: the heap's free pages, and those of the calling
+// thread's stack below the frames in use. For before a long wait, and for the end of a thread, since the C library
+// keeps its stack for later ones.
+void ReleaseUnusedMemory() noexcept;
+
+}  // namespace platform
