@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
 
 #include "CRDaemon/MyDaemon.h"
 #include "CRDaemon/ProcessValues.h"
@@ -13,7 +14,7 @@ namespace {
 
 using UserInfo = std::map<std::string, std::string>;
 
-constexpr std::array reportingProcesses = {"ReportCrash", "crashdump", "CrashReporter"};
+constexpr std::array<std::string_view, 3> reportingProcesses = {"ReportCrash", "crashdump", "CrashReporter"};
 
 // Hang-up, interrupt, broken pipe, alarm, terminate, CPU and file-size limit, virtual and profiling timer, by their
 // numbers on the daemon's native platform, which Linux shares.

@@ -31,7 +31,10 @@ enum class FileKind { absent, regular, folder, other };
 // EFBIG.
 [[nodiscard]] Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes);
 // Whether the guard, and not the system, kept a file from being read.
-[[nodiscard]] bool IsRefusal(std::error_code error);
+[[nodiscard]] inline bool IsRefusal(std::error_code error) {
+  return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||
+         error == std::errc::no_such_device || error == std::errc::file_too_large;
+}
 
 // With all missing parents: 0700 below the user's home folder, 0755 elsewhere. A folder that is there already is
 // success.

@@ -104,11 +104,6 @@ Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) 
   return ReadAt(place->folder.Number(), place->name.c_str(), limitBytes);
 }
 
-bool IsRefusal(std::error_code error) {
-  return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||
-         error == std::errc::no_such_device || error == std::errc::file_too_large;
-}
-
 std::error_code MakeFolders(const std::string& path) { return ResolveFolder(path, MissingFolders::make).Error(); }
 
 std::error_code RemoveFile(const std::string& path) {

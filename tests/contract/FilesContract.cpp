@@ -56,12 +56,6 @@ TEST_F(Contract, KindsOfFilesAndWhatIsRefused) {
     EXPECT_EQ(error.value(), readError);
     EXPECT_EQ(folder->Read(name, 4).Error(), error);
     EXPECT_EQ(platform::IsRefusal(error), kind != FileKind::absent);
-    EXPECT_EQ(bool(platform::OutputFile::Open(Path(name), true)),
-              kind == FileKind::regular || kind == FileKind::absent);
-  }
-  for (const auto& [append, expected] : {std::pair(true, "123456"), {false, "6"}}) {
-    EXPECT_TRUE(platform::OutputFile::Open(Path("file"), append)->Write("6"));
-    EXPECT_EQ(*platform::ReadFile(Path("file"), 6), expected);
   }
   EXPECT_FALSE(platform::IsImmutable(Path("file")));
 }

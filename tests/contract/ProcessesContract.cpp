@@ -65,16 +65,6 @@ TEST_F(Contract, WithoutAHostNothingIsLeftToWaitForOnceTheWorkerReturned) {
   for (const std::int32_t id : {0, -1}) EXPECT_FALSE(platform::HostLives(id)) << id;
 }
 
-TEST_F(Contract, WhatIsKnownOfTheProcessAndItsUser) {
-  EXPECT_TRUE(platform::HostLives(platform::CurrentProcessId()));
-  EXPECT_FALSE(platform::ProcessNames().empty() || platform::ProgramFolder().empty() || platform::UserName().empty());
-  EXPECT_FALSE(platform::Environment("NO_SUCH_VARIABLE"));
-  EXPECT_EQ(platform::HomeFolder(), scene::Home());
-  EXPECT_FALSE(platform::HomeFolder("no such user"));
-  EXPECT_EQ(platform::LibraryFolder(), Path("Library"));
-  EXPECT_EQ(platform::KindOf(Path("Library")), platform::FileKind::folder);
-}
-
 TEST_F(Contract, APreferencesDomainComesBackAsItWasSet) {
   EXPECT_FALSE(platform::PersistentDomain("com.example.none"));
   platform::Dictionary domain = {{"z", "last is first"},

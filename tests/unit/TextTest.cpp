@@ -4,7 +4,6 @@
 #include <regex>
 #include <stdexcept>
 
-#include "support/Guid.h"
 #include "support/Paths.h"
 #include "support/Text.h"
 
@@ -56,27 +55,9 @@ TEST(Text, ReplacesEveryMalformedSequence) {
   EXPECT_EQ(text::ToUtf8("\xF0\x9F\x98z"), "\xEF\xBF\xBDz");
 }
 
-TEST(Paths, TakesPathsApartAndPutsThemTogether) {
-  const char* const cases[][4] = {{"/a/b.tar.ips", "/a", "b.tar.ips", "ips"},
-                                  {"/a", "/", "a", ""},
-                                  {"a.b/c", "a.b", "c", ""},
-                                  {"a/.ips", "a", ".ips", ""},
-                                  {"a/", "a", "", ""}};
-  for (const auto& [path, parent, last, extension] : cases) {
-    EXPECT_EQ(paths::Parent(path), parent);
-    EXPECT_EQ(paths::LastComponent(path), last);
-    EXPECT_EQ(paths::Extension(path), extension);
-  }
-  EXPECT_EQ(paths::Join("/a/", "b"), "/a/b");
-  EXPECT_EQ(paths::Join("/", "b"), "/b");
+TEST(Paths, OnlyAPlainComponentMayBecomePartOfAPath) {
   for (const auto& text : {""s, "."s, ".."s, "a/b"s, "a\0b"s}) EXPECT_FALSE(paths::IsPlainComponent(text)) << text;
   for (const char* text : {"a", "...", ".a", "~"}) EXPECT_TRUE(paths::IsPlainComponent(text)) << text;
-}
-
-TEST(Guid, IsARandomUuid) {
-  const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-  EXPECT_TRUE(std::regex_match(NewGuid(), form));
-  EXPECT_NE(NewGuid(), NewGuid());
 }
 
 }  // namespace
