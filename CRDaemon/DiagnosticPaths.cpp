@@ -17,7 +17,7 @@ std::string InUserLibrary(const char* folder) {
   return paths::ExpandTilde(paths::Join(ProcessWide().UserLibrary, folder));
 }
 
-std::string Announced(const char* label, std::string path, CodePlace place = CodePlace()) {
+std::string Announced(const char* label, std::string path, CodePlace place = {__builtin_FILE(), __builtin_LINE()}) {
   LogInfo(label + path, place);
   return path;
 }

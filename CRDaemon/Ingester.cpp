@@ -16,7 +16,7 @@ namespace {
 
 // The boundary that no exception of the outbox crosses.
 template <typename Operation>
-void LogUncaught(const char* name, Operation operation, CodePlace place = CodePlace()) {
+void LogUncaught(const char* name, Operation operation, CodePlace place = {__builtin_FILE(), __builtin_LINE()}) {
   const std::string message = std::string("uncaught exception in ") + name + ": ";
   try {
     operation();
