@@ -1,7 +1,5 @@
 // The private dirty memory of the daemon while it waits for its host, against that of a bare program that does the
 // same.
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -37,8 +35,6 @@ int main() try {
                              sandbox.Folder() / "bench_bare");
   const demo::Program bare =
       sandbox.StartProgram({sandbox.Folder() / "bench_bare", std::to_string(run.host.Id())}, "bare.out");
-  // The sandbox's copies of the programs: pages not yet on the disk would count as dirty ones of whoever maps them.
-  sync();
   std::this_thread::sleep_for(settling);
 
   const int daemonKilobytes = PrivateDirtyKilobytes(run.daemon.Id());
