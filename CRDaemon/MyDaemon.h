@@ -9,6 +9,7 @@
 
 #include "CRDaemon/SharedText.h"
 #include "platform/Clock.h"
+#include "platform/Windows.h"
 
 class ScopedIngester;
 
@@ -137,13 +138,25 @@ class MyDaemon {
   [[nodiscard]] bool IsReportAvailableToBeProcessed() const;
 
   // --- SystemCrashDialog.cpp
+  // Empty without a window server.
+  [[nodiscard]] static std::vector<platform::Window> getCGWindowListCopyWindowInfo();
+  // Once a pass while the host lives: which dialogs were there before.
   void PopulateDictionaryWithWindows();
+  // The number of the new dialog, "-1" when more than one could be it. Unset: there is none.
+  [[nodiscard]] Text GetCrashWindowId();
+  // True for no number.
+  [[nodiscard]] static bool GetWindowExists(const Text& number);
+  // Takes up to 30 seconds the first time, none later.
   void WaitForAppleCrashDialog();
   void ReleaseWindowDictionary();
 
   // --- CrashpadDump.cpp
   void SetCrashPadDumpFile();
+  void GetDumpFileFromDumpDirectory();
+  [[nodiscard]] static bool IsFileCreatedBeforDaemonInit(const std::string& path);
   [[nodiscard]] bool IsCrashPadEnabled() const;
+  [[nodiscard]] bool isDumpDirectoryAvailable() const;
+  // Any thread. Only the folder of this run, below the folder of all dumps; an error line for any other.
   void removeCrashPadDumpDirectory();
 
   // --- HangReport.cpp
@@ -162,6 +175,7 @@ class MyDaemon {
   void ClearCrashAndTempFiles();
 
   // --- CrashedModuleLog.cpp
+  // Writes CrashModule.txt, which the host reads at its next start.
   void LogCrashedModuleInfo(const std::string& reportName);
 
   // --- DialogPolicy.cpp

@@ -18,11 +18,19 @@ inline constexpr char lastCrashKeyPrefix[] = "lastCrash_";
 
 // Processes that write or show crash reports.
 inline constexpr char problemReporter[] = "Problem Reporter";
+inline constexpr char userNotificationCenter[] = "UserNotificationCenter";
 
-// Folders below a Library.
+// The analytics system: where it registers its crash processor, and that program below the place registered.
+inline constexpr char analyticsDomain[] = "com.malvex.glimmerxt";
+inline constexpr char crashProcessorKey[] = "CRProcessor";
+inline constexpr char crashProcessor[] = "/GLCrashProcessor.app/Contents/MacOS/GLCrashProcessor";
+
+// Folders below a Library, and files in them.
 inline constexpr char diagnosticReports[] = "Logs/DiagnosticReports";
 inline constexpr char diagnosticReportsForNewHardware[] = "Logs/DiagnosticReportsForNewHardware";
 inline constexpr char malvexLogs[] = "Logs/Malvex";
+inline constexpr char crashPadDumps[] = "CrashPadDumps";  // below those
+inline constexpr char crashModuleFile[] = "CrashModule.txt";
 inline constexpr char debugLogs[] = "/Logs/Malvex/CrDebugLogs/";
 inline constexpr char markerFile[] = "generatecrlogornot.txt";
 

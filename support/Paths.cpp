@@ -1,7 +1,5 @@
 #include "support/Paths.h"
 
-#include <optional>
-
 #include "platform/Users.h"
 
 namespace paths {
@@ -38,6 +36,15 @@ std::string ExpandTilde(std::string_view path) {
   const auto home = user.empty() ? platform::HomeFolder() : platform::HomeFolder(std::string(user));
   if (!home) return std::string(path);
   return slash == std::string_view::npos ? *home : Join(*home, path.substr(slash + 1));
+}
+
+std::optional<std::string> JoinPlain(std::string folder, std::initializer_list<std::string> components) {
+  for (const std::string& component : components) {
+    if (component.empty()) continue;
+    if (!IsPlainComponent(component)) return std::nullopt;
+    folder = Join(folder, component);
+  }
+  return folder;
 }
 
 bool IsPlainComponent(std::string_view text) {

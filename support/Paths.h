@@ -1,5 +1,7 @@
 #pragma once
 
+#include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,10 @@ namespace paths {
 
 // A leading "~" becomes this user's home folder, "~name" that user's. Unknown: the text as it is.
 [[nodiscard]] std::string ExpandTilde(std::string_view path);
+
+// `folder` and each of the texts from outside below the one before, empty ones left out; none when one of them is not a
+// plain component.
+[[nodiscard]] std::optional<std::string> JoinPlain(std::string folder, std::initializer_list<std::string> components);
 
 // Whether a text from outside may become one component of a path: not empty, not "." or "..", without "/" and NUL.
 [[nodiscard]] bool IsPlainComponent(std::string_view text);

@@ -41,6 +41,12 @@ Sequence FirstSequence(std::string_view bytes) {
   return {length, true};
 }
 
+// UTF-16 units of the first character; a malformed byte counts as one.
+std::size_t UnitsOfFirst(std::string_view text) {
+  const Sequence sequence = FirstSequence(text);
+  return sequence.wellFormed && sequence.length == 4 ? 2 : 1;
+}
+
 }  // namespace
 
 std::int32_t IntegerValue(std::string_view text) {
@@ -85,13 +91,28 @@ std::string From(std::string_view text, std::size_t index) {
       throw std::out_of_range("index " + std::to_string(index) + " is beyond the end of a text of " +
                               std::to_string(units) + " UTF-16 units");
     }
-    const Sequence sequence = FirstSequence(text);
-    units += sequence.wellFormed && sequence.length == 4 ? 2 : 1;
-    text.remove_prefix(sequence.wellFormed ? sequence.length : 1);
+    units += UnitsOfFirst(text);
+    text = WithoutFirst(text);
   }
   // An index between the two units of one character leaves half of it, which is no character.
   std::string rest(units > index ? replacementCharacter : "");
   return rest.append(text);
+}
+
+std::string_view UpTo(std::string_view text, std::size_t units) {
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::size_t taken = UnitsOfFirst(rest);
+    if (taken > units) break;
+    units -= taken;
+    rest = WithoutFirst(rest);
+  }
+  return text.substr(0, text.size() - rest.size());
+}
+
+std::string_view WithoutFirst(std::string_view text) {
+  const Sequence sequence = FirstSequence(text);
+  return text.substr(sequence.wellFormed ? sequence.length : 1);
 }
 
 bool EqualOrUnset(const std::optional<std::string>& left, const std::optional<std::string>& right) {

@@ -26,6 +26,12 @@ namespace text {
 // The rest from an index counted in UTF-16 units. Throws std::out_of_range when the text is shorter.
 [[nodiscard]] std::string From(std::string_view text, std::size_t index);
 
+// The beginning, as many UTF-16 units as given, or all there is. A character that would be cut is left out.
+[[nodiscard]] std::string_view UpTo(std::string_view text, std::size_t units);
+
+// Without its first character, or its first byte where that is malformed; `text` is not empty.
+[[nodiscard]] std::string_view WithoutFirst(std::string_view text);
+
 // Whether two texts compare equal, where an unset one compares equal to everything.
 [[nodiscard]] bool EqualOrUnset(const std::optional<std::string>& left, const std::optional<std::string>& right);
 

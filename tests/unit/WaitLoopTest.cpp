@@ -7,6 +7,7 @@
 
 #include "CRDaemon/MyDaemon.h"
 #include "CRDaemon/ProcessValues.h"
+#include "platform/Preferences.h"
 #include "support/FixedNames.h"
 #include "tests/simulated/SimulatedMachine.h"
 
@@ -19,6 +20,7 @@ const std::string systemReport = std::string(userReports) + "Photo-1.ips";
 const std::string signalReport = std::string(userReports) + "Photo_2024-03-15_4711_Labs-Mac-mini.ips";
 const std::string hangReport = "/Library/Logs/DiagnosticReports/Photo_1.hang";
 constexpr char dataFile[] = "~/Library/Logs/Malvex/data_4711.txt";
+const std::string dumpName = "0123abcd-4567-89AB-cdef-0123456789ab.dmp";
 const std::string nothing;
 
 // Lines that tell the ends apart.
@@ -57,6 +59,24 @@ void ReportCrashRuns(SimulatedMachine& machine) {
   machine.At(3s).ProcessAppears("ReportCrash");
   machine.At(5s).ProcessEnds("ReportCrash");
 }
+// A window that is there from one moment to another, with the process it belongs to.
+Step Shows(const std::string& owner, Moment from, Moment until = 24h) {
+  return [=](auto& machine) {
+    machine.At(from).ProcessAppears(owner).Do([=, &machine] { machine.windows = {{owner, "", "77"}}; });
+    machine.At(until).ProcessEnds(owner).Do([&machine] { machine.windows = std::vector<platform::Window>(); });
+  };
+}
+// The analytics system's crash processor is there to be started.
+void HasCrashProcessor(SimulatedMachine& machine) {
+  const platform::Value path(platform::Dictionary{{"Photo", "/opt/glimmer/Registered"}});
+  ASSERT_TRUE(platform::SetPersistentDomain("com.malvex.glimmerxt", {{"CRProcessor", path}}));
+  machine.disk.Put("/opt/glimmer" + std::string(names::crashProcessor));
+}
+Step DumpAppears(Moment at) {
+  return [=](auto& machine) {
+    machine.At(at).FileAppears("~/Library/Logs/Malvex/CrashPadDumps/Photo/7.1.0/1042/4711/pending/" + dumpName, "");
+  };
+}
 void NeverSend(SimulatedMachine& machine) { machine.SetPreference("always_never_send", "2"); }
 void KeepNoPreferences(SimulatedMachine& machine) { machine.disk.Fail(preferencesFile, std::errc::permission_denied); }
 
@@ -64,7 +84,7 @@ struct End {
   const char* name;
   std::map<std::size_t, std::string> replaced;  // arguments
   std::vector<Step> script;
-  std::chrono::seconds elapsed;
+  Moment elapsed;
   std::string outcome;  // the kind of the event posted, and whether the reporter was started
   const char* logged;
 };
@@ -93,7 +113,26 @@ TEST(WaitLoop, EveryEnd) {
       {"signal and hang", {{23, "0"}}, {hang, ownReport, killed}, 3s, "others, reporter", available},
       {"unannounced", {}, {DiesSilently, report}, 8s, "crash, reporter", "Parent app exit code:-1"},
       {"delivered", {}, {Posts(2s, names::exceptionDelivered), AppearsLocked, crash}, 3s, "crash, reporter", available},
-      {"locked while written", {}, {AppearsLocked, ReportCrashRuns, crash}, 5s, "crash, reporter", waitsForDialog},
+      {"delivered, and a dump",
+       {},
+       {HasCrashProcessor, DumpAppears(2s), Posts(2s, names::exceptionDelivered), crash},
+       3s,
+       ", processor",
+       "Exception delivered"},
+      {"processor", {}, {HasCrashProcessor, crash, report}, 4s, "crash, processor, reporter", available},
+      {"locked, no dialog", {}, {AppearsLocked, crash}, 63s, "crash, reporter", waitsForDialog},
+      {"fewer processes",
+       {},
+       {AppearsLocked, ReportCrashRuns, Shows("UserNotificationCenter", 3200ms), crash},
+       5500ms,
+       "crash, reporter",
+       "Apple Crash Dialog Window ID: 77"},
+      {"problem reporter died",
+       {},
+       {AppearsLocked, Shows("Problem Reporter", 3200ms, 7200ms), crash},
+       7500ms,
+       "crash, reporter",
+       "Apple Crash Dialog Window ID: 77"},
       {"no preferences", {}, {KeepNoPreferences, crash, report}, 4s, "crash, reporter", noPreferences},
       {"never, overridden", {{6, "1"}}, {NeverSend, crash, report}, 4s, "crash, reporter", overridden},
       // Queued, but no reporter.
@@ -113,7 +152,7 @@ TEST(WaitLoop, EveryEnd) {
     std::string outcome = nothing;
     for (const auto& post : machine.posted)
       outcome += post.Event("event.value").substr(std::string("abnormal:").size());
-    for (std::size_t i = 0; i < machine.started.size(); ++i) outcome += ", reporter";
+    for (const auto& started : machine.started) outcome += started.arguments.size() == 7 ? ", processor" : ", reporter";
     EXPECT_EQ(outcome, end.outcome);
     EXPECT_TRUE(machine.Logged(end.logged));
     EXPECT_TRUE(daemon.endRunLoop);
