@@ -4,11 +4,11 @@
 #include <array>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/src.hpp>
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 #include <vector>
@@ -168,8 +168,13 @@ class Writer {
   void operator()(std::uint64_t number) { text_ += std::to_string(number); }
   void operator()(double number) {
     if (!std::isfinite(number)) return Fail("a number that is not finite");
-    std::array<char, 32> digits;
-    text_.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
+    // As few digits as bring the number back. std::to_chars would give them, but is not on every system that we run on.
+    std::array<char, 32> digits{};
+    for (int count = 1; count <= 17; ++count) {
+      std::snprintf(digits.data(), digits.size(), "%.*g", count, number);
+      if (std::strtod(digits.data(), nullptr) == number) break;
+    }
+    text_ += digits.data();
   }
   void operator()(const std::string& text) { AppendQuoted(text_, text); }
   void operator()(platform::Time) { Fail("a date"); }
