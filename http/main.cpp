@@ -4,24 +4,28 @@
 #include <curl/curl.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "http/CurlPoster.h"
 #include "platform/posix/HttpFrames.h"
+#include "platform/posix/Sockets.h"
 
 namespace {
 
 enum ExitStatus { ended = 0, brokenProtocol = 1, notThatUser = 2, otherVersion = 3 };
 
-// For good, before a byte from outside is read.
+// The systems do not agree on the type of a group there.
+template <typename Group>
+bool TakeGroups(int (*take)(const char*, Group), const passwd& entry) {
+  return take(entry.pw_name, static_cast<Group>(entry.pw_gid)) == 0;
+}
+
+// For good, since root sets all its ids at once, and before a byte from outside is read.
 bool BecomeUser(const char* name) {
   const passwd* entry = getpwnam(name);
-  return entry != nullptr && initgroups(name, entry->pw_gid) == 0 &&
-         setresgid(entry->pw_gid, entry->pw_gid, entry->pw_gid) == 0 &&
-         setresuid(entry->pw_uid, entry->pw_uid, entry->pw_uid) == 0;
+  return entry != nullptr && TakeGroups(initgroups, *entry) && setgid(entry->pw_gid) == 0 && setuid(entry->pw_uid) == 0;
 }
 
 bool Send(const http::Reply& reply) { return !http::SendFrame(STDOUT_FILENO, http::EncodeReply(reply), {}); }
@@ -53,7 +57,7 @@ ExitStatus Serve() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return notThatUser;
+  if (!platform::RenounceNewPrivileges()) return notThatUser;
   if (argc > 1 && !BecomeUser(argv[1])) return notThatUser;
   curl_global_init(CURL_GLOBAL_DEFAULT);
   const ExitStatus status = Serve();

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "platform/linux/Memory.h"
+#include "platform/posix/Memory.h"
 
 namespace platform {
 namespace {

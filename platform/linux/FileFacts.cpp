@@ -1,7 +1,8 @@
-#include "platform/linux/FileFacts.h"
+#include "platform/posix/FileFacts.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -21,6 +22,8 @@ Time ToTime(const struct statx_timestamp& stamp) {
 
 }  // namespace
 
+const int searchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+
 std::optional<Time> CreationDateAt(int folderDescriptor, const char* name) {
   const auto status = Look(folderDescriptor, name);
   if (!status) return std::nullopt;
@@ -32,5 +35,7 @@ bool IsImmutableAt(int folderDescriptor, const char* name) {
   const auto status = Look(folderDescriptor, name);
   return status && (status->stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
 }
+
+bool SyncToDisk(int descriptor) { return fsync(descriptor) == 0; }
 
 }  // namespace platform

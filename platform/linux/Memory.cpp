@@ -1,4 +1,4 @@
-#include "platform/linux/Memory.h"
+#include "platform/posix/Memory.h"
 
 #include <malloc.h>
 #include <pthread.h>

@@ -1,24 +1,14 @@
 #include "platform/Processes.h"
 
 #include <malloc.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
 #include "platform/linux/ProcessTable.h"
+#include "platform/posix/Signals.h"
 
 namespace platform {
-namespace {
-
-void SetSignal(int signal, void (*disposition)(int)) {
-  struct sigaction action {};
-  action.sa_handler = disposition;
-  sigaction(signal, &action, nullptr);
-}
-
-}  // namespace
-
 std::int32_t CurrentProcessId() { return getpid(); }
 
 std::string ProgramFolder() {
@@ -33,8 +23,7 @@ std::optional<std::string> Environment(const std::string& name) {
 }
 
 void SettleProcess() {
-  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) SetSignal(signal, SIG_IGN);
-  for (const int signal : {SIGTERM, SIGCHLD}) SetSignal(signal, SIG_DFL);
+  SettleSignals();
   // A heap for each thread would be pages held for nothing: ours seldom allocate at the same time.
   mallopt(M_ARENA_MAX, 1);
 }

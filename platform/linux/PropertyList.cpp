@@ -8,8 +8,8 @@
 #include <limits>
 #include <memory>
 
-#include "platform/linux/PropertyListGuard.h"
-#include "platform/linux/PropertyListText.h"
+#include "platform/posix/PropertyListGuard.h"
+#include "platform/posix/PropertyListText.h"
 
 namespace platform {
 namespace {

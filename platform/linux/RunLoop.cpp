@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "platform/linux/HostExit.h"
-#include "platform/linux/Memory.h"
 #include "platform/linux/SessionBus.h"
 #include "platform/posix/Descriptor.h"
+#include "platform/posix/Memory.h"
 
 namespace platform {
 namespace {

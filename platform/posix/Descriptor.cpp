@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/Users.h"
+#include "platform/posix/FileFacts.h"
 
 namespace platform {
 namespace {
@@ -22,8 +23,6 @@ struct Route {
   Names names;
 };
 
-// To pass through, even where the entries may not be read.
-constexpr int searchFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 constexpr int maxAttempts = 16;
 constexpr std::size_t noGuard = std::numeric_limits<std::size_t>::max();
 
@@ -159,7 +158,10 @@ Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode) 
   } while (!opened && errno == EINTR);
   if (!opened) {
     const std::error_code error = LastError();
-    if (error == std::errc::no_such_device_or_address) return std::errc::no_such_device;
+    // Of a socket, one system says this and the other that.
+    if (error == std::errc::no_such_device_or_address || error == std::errc::operation_not_supported) {
+      return std::errc::no_such_device;
+    }
     if (error != std::errc::not_a_directory || !IsLink(folder, name)) return error;
     return std::errc::too_many_symbolic_link_levels;
   }

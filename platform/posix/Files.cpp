@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <vector>
 
-#include "platform/linux/FileFacts.h"
 #include "platform/posix/Descriptor.h"
+#include "platform/posix/FileFacts.h"
 #include "platform/posix/Listing.h"
 
 namespace platform {
@@ -125,7 +125,7 @@ std::error_code SyncFolder(const std::string& path) {
   const auto folder = OpenAt(place->folder.Number(), ".", O_RDONLY | O_DIRECTORY);
   if (!folder) return folder.Error();
   // EINVAL: a file system whose folders need no such thing.
-  return fsync(folder->Number()) == 0 || errno == EINVAL ? std::error_code() : LastError();
+  return SyncToDisk(folder->Number()) || errno == EINVAL ? std::error_code() : LastError();
 }
 
 }  // namespace platform

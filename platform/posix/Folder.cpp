@@ -3,8 +3,8 @@
 #include <cerrno>
 
 #include "platform/Files.h"
-#include "platform/linux/FileFacts.h"
 #include "platform/posix/Descriptor.h"
+#include "platform/posix/FileFacts.h"
 #include "platform/posix/Listing.h"
 
 namespace platform {

@@ -1,10 +1,8 @@
 #include "platform/HttpClient.h"
 
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -15,6 +13,7 @@
 #include "platform/Users.h"
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/HttpFrames.h"
+#include "platform/posix/Sockets.h"
 #include "platform/posix/Spawn.h"
 
 namespace platform {
@@ -38,10 +37,10 @@ class Helper {
   static Result<Helper> Start() {
     const std::string folder = ProgramFolder();
     if (folder.empty()) return std::errc::no_such_file_or_directory;
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return LastError();
-    Descriptor ours(ends[0]);
-    const Descriptor theirs(ends[1]);
+    const auto ends = ConnectedSockets();
+    if (!ends) return ends.Error();
+    Descriptor ours(ends->first);
+    const Descriptor theirs(ends->second);
     const auto process = SpawnHelper(folder + "/" + programName, Arguments(), theirs.Number());
     if (!process) return process.Error();
     return Helper(std::move(ours), *process);

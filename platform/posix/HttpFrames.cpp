@@ -8,6 +8,8 @@
 #include <charconv>
 #include <limits>
 
+#include "platform/posix/Sockets.h"
+
 namespace http {
 namespace {
 
@@ -115,7 +117,7 @@ std::optional<Reply> DecodeReply(std::string_view frame) {
 
 std::error_code SendBytes(int socket, std::string_view bytes, Deadline deadline) {
   while (!bytes.empty()) {
-    const ssize_t count = send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t count = platform::SendNow(socket, bytes);
     if (count < 0 && errno == ECONNRESET) return std::make_error_code(std::errc::broken_pipe);
     if (count < 0 && !MustWait()) return LastError();
     if (count > 0) {

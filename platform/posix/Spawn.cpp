@@ -1,4 +1,4 @@
-#include "platform/Tasks.h"
+#include "platform/posix/Spawn.h"
 
 #include <spawn.h>
 #include <unistd.h>
@@ -6,7 +6,9 @@
 #include <csignal>
 #include <optional>
 
-#include "platform/posix/Spawn.h"
+#include "platform/posix/SpawnStreams.h"
+
+extern char** environ;  // no system's header has to declare it
 
 namespace platform {
 namespace {
@@ -26,7 +28,7 @@ class SpawnAttributes {
     posix_spawnattr_setsigdefault(&attributes_, &all);
     posix_spawnattr_setsigmask(&attributes_, &none);
     const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | (ownGroup ? POSIX_SPAWN_SETPGROUP : 0);
-    posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
+    posix_spawnattr_setflags(&attributes_, static_cast<short>(flags | streamsOnlyFlag));
   }
   [[nodiscard]] const posix_spawnattr_t* Get() const { return &attributes_; }
 
@@ -43,7 +45,7 @@ class SpawnActions {
 
   // False: out of memory.
   [[nodiscard]] bool Duplicate(int from, int to) { return posix_spawn_file_actions_adddup2(&actions_, from, to) == 0; }
-  [[nodiscard]] bool CloseFrom(int first) { return posix_spawn_file_actions_addclosefrom_np(&actions_, first) == 0; }
+  [[nodiscard]] bool KeepStreamsOnly() { return AddStreamsOnly(actions_); }
   [[nodiscard]] const posix_spawn_file_actions_t* Get() const { return &actions_; }
 
  private:
@@ -62,7 +64,7 @@ Result<pid_t> Spawn(const std::string& executable, std::vector<std::string> argu
   attributes.ResetSignals(stream.has_value());
   const bool prepared =
       (!stream || (actions.Duplicate(*stream, STDIN_FILENO) && actions.Duplicate(*stream, STDOUT_FILENO))) &&
-      actions.CloseFrom(STDERR_FILENO + 1);
+      actions.KeepStreamsOnly();
   if (!prepared) return std::errc::not_enough_memory;
   pid_t process = 0;
   const int error =
@@ -79,11 +81,6 @@ Result<pid_t> SpawnTask(const std::string& executable, const std::vector<std::st
 
 Result<pid_t> SpawnHelper(const std::string& executable, const std::vector<std::string>& arguments, int stream) {
   return Spawn(executable, arguments, stream);
-}
-
-std::optional<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
-  const auto process = SpawnTask(executable, arguments);
-  return process ? std::optional<std::int32_t>(*process) : std::nullopt;
 }
 
 }  // namespace platform

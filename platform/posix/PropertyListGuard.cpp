@@ -1,4 +1,4 @@
-#include "platform/linux/PropertyListGuard.h"
+#include "platform/posix/PropertyListGuard.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "platform/linux/PropertyListText.h"
+#include "platform/posix/PropertyListText.h"
 
 #include <time.h>
 

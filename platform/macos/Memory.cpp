@@ -1,0 +1,9 @@
+#include "platform/posix/Memory.h"
+
+#include <malloc/malloc.h>
+
+namespace platform {
+
+void ReleaseUnusedMemory() noexcept { malloc_zone_pressure_relief(nullptr, 0); }
+
+}  // namespace platform

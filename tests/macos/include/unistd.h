@@ -1,0 +1,3 @@
+#pragma once
+#include_next <unistd.h>
+extern "C" int issetugid();
