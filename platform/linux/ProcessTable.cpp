@@ -86,6 +86,13 @@ std::optional<ProcessEntry> ReadProcess(std::int32_t processId) {
   return entry;
 }
 
+std::string ProcessName(std::int32_t processId) {
+  auto entry = ReadProcess(processId);
+  if (!entry || entry->isGone) return {};
+  const bool isCut = entry->shortName.size() == shortNameBytes;
+  return isCut ? WholeName(std::to_string(processId), entry->shortName) : std::move(entry->shortName);
+}
+
 std::vector<std::string> ProcessNames() {
   Listing listing(Descriptor(openat(ProcFolder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
   std::vector<std::string> names;
@@ -94,10 +101,7 @@ std::vector<std::string> ProcessNames() {
     std::int32_t id = 0;
     const char* end = name->data() + name->size();
     if (std::from_chars(name->data(), end, id).ptr != end) continue;
-    auto entry = ReadProcess(id);
-    if (!entry || entry->isGone) continue;
-    const bool isCut = entry->shortName.size() == shortNameBytes;
-    names.push_back(isCut ? WholeName(*name, entry->shortName) : std::move(entry->shortName));
+    if (std::string processName = ProcessName(id); !processName.empty()) names.push_back(std::move(processName));
   }
   return names;
 }

@@ -16,6 +16,9 @@ struct ProcessEntry {
 // None when there is no such process, or none that may be looked at.
 [[nodiscard]] std::optional<ProcessEntry> ReadProcess(std::int32_t processId);
 
+// The whole name of a living process; empty when there is none.
+[[nodiscard]] std::string ProcessName(std::int32_t processId);
+
 // The path of a process's program, also of one removed or replaced since; `processId` in decimal, or "self". Empty for
 // other users' processes and for the kernel's own.
 [[nodiscard]] std::string ExecutableOf(const std::string& processId);

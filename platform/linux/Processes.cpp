@@ -9,6 +9,17 @@
 #include "platform/posix/Signals.h"
 
 namespace platform {
+namespace {
+
+// The file that libXau takes by itself. It would keep the name in a buffer which the threads that connect to a display
+// share, and which is freed at the exit, whatever they do.
+void NameDisplayAuthority() {
+  const auto home = Environment("HOME");
+  if (home && Environment("DISPLAY")) setenv("XAUTHORITY", (*home + "/.Xauthority").c_str(), 0);
+}
+
+}  // namespace
+
 std::int32_t CurrentProcessId() { return getpid(); }
 
 std::string ProgramFolder() {
@@ -26,6 +37,7 @@ void SettleProcess() {
   SettleSignals();
   // A heap for each thread would be pages held for nothing: ours seldom allocate at the same time.
   mallopt(M_ARENA_MAX, 1);
+  NameDisplayAuthority();
 }
 
 }  // namespace platform
