@@ -11,6 +11,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "demo/Display.h"
 #include "demo/Sandbox.h"
 #include "support/Json.h"
 
@@ -49,6 +50,11 @@ class Demonstration {
     Scene("(b) The host dies. The system's report appears two seconds later.", [this] { SystemReport(); });
     Scene("(c) The host ends normally.", [this] { NormalEnd(); });
     Scene("(d) The service answers 500. The next run delivers.", [this] { Redelivery(); });
+    Scene("(e) The system shows its crash dialog, which is closed after two seconds.", [this] { CrashDialog(); });
+    Scene("(f) The host's Crashpad handler leaves a compressed minidump.", [this] { Minidump(); });
+    Scene("(g) The host hangs and gets SIGTERM: its own report, and the system's hang report.", [this] { Hang(); });
+    Scene("(h) The host takes part in usage analytics.", [this] { AnalyticsSession(); });
+    Scene("(i) The host asked for the name of the crashed module.", [this] { CrashedModule(); });
     std::cout << '\n' << (failures_ == 0 ? "All of it happened." : "Something did not happen.") << std::endl;
     return failures_ == 0;
   }
@@ -57,14 +63,14 @@ class Demonstration {
   void Scene(const char* title, const std::function<void()>& play) {
     std::cout << '\n' << title << "\n\n";
     begin_ = std::chrono::steady_clock::now();
-    std::filesystem::remove(sandbox_.Folder() / "reporter.txt");
+    sandbox_.ForgetStartedPrograms();
     play();
   }
 
   void SignalReport() {
     HostRun run = StartHost({{19, "1"}, {23, "0"}});
     LiveAWhile(run);
-    run.host.Say("report-faults");
+    run.host.Say("report-signals");
     run.host.Say("crash");
     const auto status = run.host.AwaitEnd();
     Tell("host", "died of SIGSEGV");
@@ -124,6 +130,103 @@ class Demonstration {
     Expect(LastReceipt().Data("event.guid") == refused.Data("event.guid"), "it was the same event");
   }
 
+  // The report is protected until the dialog is gone, as far as this account may protect files.
+  void CrashDialog() {
+    demo::Display display;
+    sandbox_.environment["DISPLAY"] = display.Name();
+    HostRun run = StartHost({});
+    sandbox_.environment.erase("DISPLAY");
+    LiveAWhile(run);
+    std::optional<demo::Program> dialog;
+    std::optional<demo::Protection> protection;
+    PutSystemReport(run, "Photo-Dialog.ips");
+    protection.emplace(sandbox_.Reports() / "Photo-Dialog.ips");
+    Crash(run);
+    dialog.emplace(display.Show("Problem Reporter", {"Photo quit unexpectedly."}).program);
+    Tell("system", std::string("shows its dialog") + (protection->Holds() ? " and protects the report" : ""));
+    FollowFor(2s, run);
+    dialog.reset();
+    protection.reset();
+    Tell("user", "closed the dialog");
+    FollowToItsEnd(run);
+    if (run.Logged("Apple Report not available, Wait for Apple crash dialog")) {
+      Expect(run.Logged("Apple Crash Dialog Window ID: "), "the daemon found the dialog");
+    } else {
+      std::cout << "\n  Only root can protect a report: without that the daemon need not wait for the dialog.\n";
+    }
+    ExpectDelivered("abnormal:crash");
+    ExpectReporter("0");
+  }
+
+  void Minidump() {
+    HostRun run = StartHost({});
+    LiveAWhile(run);
+    const std::string dump = sandbox_.PendingDumps(run) / "5A8B6C1D-0f3e-4D2C-9B7E-1A2B3C4D5E6F.dmp";
+    sandbox_.Put(dump, "MDMP");
+    sandbox_.Put(dump + ".gz", "compressed MDMP");
+    Crash(run);
+    Tell("host", "its handler wrote a plain and a compressed minidump");
+    PutSystemReport(run, "Photo-Minidump.ips");
+    FollowToItsEnd(run);
+    ExpectDelivered("abnormal:crash");
+    ExpectReporter("0");
+    ExpectReporterArgument(19, dump + ".gz");
+    ExpectReporterArgument(20, "Yes");
+  }
+
+  void Hang() {
+    HostRun run = StartHost({{19, "1"}});
+    LiveAWhile(run);
+    run.host.Say("report-signals");
+    const std::string report = "Photo-Spin.hang";
+    sandbox_.Put(sandbox_.Reports() / report,
+                 "Process:         Photo [" + std::to_string(run.host.Id()) + "]\nEvent:           hang\n");
+    Tell("system", "wrote " + report);
+    run.host.Say("signal 15");
+    const auto status = run.host.AwaitEnd();
+    Tell("host", "died of SIGTERM");
+    Expect(status && WIFSIGNALED(*status) && WTERMSIG(*status) == SIGTERM, "the host died of SIGTERM");
+    FollowToItsEnd(run);
+    ExpectDelivered("abnormal:signal");
+    ExpectReporter("3");
+    ExpectReporterArgument(14, sandbox_.Reports() / report);
+  }
+
+  void AnalyticsSession() {
+    sandbox_.InstallCrashProcessor();
+    HostRun run = StartHost({});
+    const std::string process = std::to_string(run.host.Id());
+    sandbox_.Put(sandbox_.Library() / "Logs/Malvex/GlimmerXT/SessionInfo" /
+                     ("2026_Photo_PhotoDesktop_7C4E9A10-SESSION_" + process + "_Photo"),
+                 "");
+    Tell("host", "its analytics session is 7C4E9A10-SESSION");
+    LiveAWhile(run);
+    Crash(run);
+    PutSystemReport(run, "Photo-Session.ips");
+    FollowToItsEnd(run);
+    ExpectDelivered("abnormal:crash");
+    Expect(LastReceipt().Data("event.session_guid") == "7C4E9A10-SESSION", "the event names the session");
+    ExpectReporter("0");
+    ExpectReporterArgument(9, "SkylanceSessionId:  7C4E9A10-SESSION");
+    Expect(demo::Eventually([this] { return sandbox_.StartedWith("GLCrashProcessor").has_value(); }),
+           "the crash processor was started");
+    const std::vector<std::string> expected = {"Photo", process, "", "", "", "", ""};
+    Expect(sandbox_.StartedWith("GLCrashProcessor") == expected, "the crash processor got its seven arguments");
+    std::cout << "\n  The crash processor's arguments: Photo, " << process << " and five empty ones\n";
+  }
+
+  void CrashedModule() {
+    HostRun run = StartHost({{28, "1"}});
+    LiveAWhile(run);
+    Crash(run);
+    PutSystemReport(run, "Photo-Module.ips");
+    FollowToItsEnd(run);
+    ExpectDelivered("abnormal:crash");
+    const std::string module = demo::ContentOf(sandbox_.Library() / "Preferences/Photo/4.2/CrashModule.txt");
+    Expect(module == "\ncom.apple.main-thread\ncom.malvex.photo.filters\n", "CrashModule.txt names queue and module");
+    std::cout << "\n  CrashModule.txt (session, queue, module):\n\n" << module;
+  }
+
   HostRun StartHost(const std::map<int, std::string>& elements) {
     HostRun run = sandbox_.StartWatchedHost({.elements = elements});
     Tell("host", "process " + std::to_string(run.host.Id()) + " started the daemon, process " +
@@ -180,8 +283,10 @@ class Demonstration {
     const auto messages = run.Messages();
     for (; shownMessages_ < std::ssize(messages); ++shownMessages_) {
       const std::string& message = messages.at(static_cast<std::size_t>(shownMessages_));
-      // Written at every look into a folder.
-      if (message.find("DiagnosticPath") == std::string::npos) Tell("daemon", message);
+      // Written at every look into a folder, and for a session at every step.
+      const bool wordy =
+          message.find("DiagnosticPath") != std::string::npos || message.starts_with("GetGlimmerSessionID");
+      if (!wordy) Tell("daemon", message);
     }
     const auto receipts = sandbox_.Received();
     for (; shownReceipts_ < receipts.size(); ++shownReceipts_) {
@@ -224,6 +329,11 @@ class Demonstration {
     for (std::size_t at = 0; at < arguments.size(); ++at) {
       std::printf("    %2zu  %-17s \"%s\"\n", at + 1, reporterArgumentNames[at], arguments[at].c_str());
     }
+  }
+
+  void ExpectReporterArgument(std::size_t at, const std::string& text) {
+    const auto arguments = sandbox_.ReporterArguments().value_or(std::vector<std::string>());
+    Expect(at < arguments.size() && arguments[at] == text, std::string(reporterArgumentNames[at]) + " is " + text);
   }
 
   void Expect(bool happened, const std::string& what) {

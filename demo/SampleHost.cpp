@@ -1,6 +1,6 @@
 // An application to try CRDaemon with. It starts the daemon as its own watcher, prints "daemon" and its process id, and
 // then does what the lines of its standard input say:
-//   report-faults   from now on a segmentation fault writes the host's own signal report
+//   report-signals  from now on a segmentation fault or SIGTERM writes the host's own signal report
 //   crash           dies of a segmentation fault
 //   signal N        dies of that signal
 //   exit N          ends with that status; so does the end of the input, with 0
@@ -123,8 +123,8 @@ void Obey(const std::string& line, const Options& options) {
   const std::size_t blank = line.find(' ');
   const std::string verb = line.substr(0, blank);
   const std::string object = blank == std::string::npos ? "" : line.substr(blank + 1);
-  if (verb == "report-faults") {
-    sample::ReportSegmentationFaults(options.elements[2], options.elements[3], options.launch);
+  if (verb == "report-signals") {
+    sample::ReportSignals(options.elements[2], options.elements[3], options.launch);
   } else if (verb == "crash") {
     Crash();
   } else if (verb == "signal") {

@@ -57,13 +57,16 @@ DateText DateOf(std::time_t time) {
 
 bool Put(int file, std::string_view text) { return write(file, text.data(), text.size()) == std::ssize(text); }
 
-// Returns to the instruction that failed, which kills the process now that the handler is gone.
-void WriteReport(int) {
+// The signal comes again on return, and kills the process now that the handler is gone.
+void WriteReport(int signal) {
+  raise(signal);
   const int file = open(prepared->inTheMaking.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (file < 0) return;
   const DateText date = DateOf(time(nullptr));
   const bool written = Put(file, prepared->head) && Put(file, "Date/Time:       ") && Put(file, date.data()) &&
-                       Put(file, "\nException Type:  SIGSEGV\nSignal Number:   11\n") && fsync(file) == 0;
+                       Put(file, signal == SIGSEGV ? "\nException Type:  SIGSEGV\nSignal Number:   11\n"
+                                                   : "\nException Type:  SIGTERM\nSignal Number:   15\n") &&
+                       fsync(file) == 0;
   close(file);
   if (written) rename(prepared->inTheMaking.c_str(), prepared->path.c_str());
 }
@@ -78,7 +81,7 @@ std::string CleanHostName() {
 
 }  // namespace
 
-void ReportSegmentationFaults(const std::string& application, const std::string& version, std::time_t launch) {
+void ReportSignals(const std::string& application, const std::string& version, std::time_t launch) {
   const char* home = std::getenv("HOME");
   const std::string folder = std::string(home == nullptr ? "" : home) + "/Library/Logs/DiagnosticReports";
   std::filesystem::create_directories(folder);
@@ -97,7 +100,7 @@ void ReportSegmentationFaults(const std::string& application, const std::string&
   struct sigaction action {};
   action.sa_handler = WriteReport;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
-  sigaction(SIGSEGV, &action, nullptr);
+  for (const int signal : {SIGSEGV, SIGTERM}) sigaction(signal, &action, nullptr);
 }
 
 }  // namespace sample

@@ -1,5 +1,8 @@
 #include "demo/Sandbox.h"
 
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -106,14 +109,13 @@ Sandbox::Sandbox() {
   for (const char* name : {"CRDaemon", "CRDaemon-http", "SampleHost", "SampleReporter", "IngestService"}) {
     fs::copy_file(programs / name, folder_ / "bin" / name);
   }
-  environment = {{"HOME", folder_ / "home"},
-                 {"PATH", "/usr/bin:/bin"},
-                 {"TZ", "UTC"},
-                 {"SAMPLE_REPORTER_OUTPUT", folder_ / "reporter.txt"}};
+  environment = {
+      {"HOME", folder_ / "home"}, {"PATH", "/usr/bin:/bin"}, {"TZ", "UTC"}, {"SAMPLE_OUTPUT", folder_ / "started"}};
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
     if (const char* value = std::getenv(name)) environment[name] = value;
   }
   MakeFolders(Reports());
+  MakeFolders(folder_ / "started");
   Put(Library() / "Logs/Malvex/CrDebugLogs/generatecrlogornot.txt", "");
   StartBus();
   StartService();
@@ -219,13 +221,34 @@ std::vector<fs::path> Sandbox::QueuedEvents() const {
   return events;
 }
 
-std::optional<std::vector<std::string>> Sandbox::ReporterArguments() const {
-  if (!fs::exists(folder_ / "reporter.txt")) return std::nullopt;
+std::optional<std::vector<std::string>> Sandbox::StartedWith(const std::string& program) const {
+  const fs::path file = folder_ / "started" / (program + ".txt");
+  if (!fs::exists(file)) return std::nullopt;
   std::vector<std::string> arguments;
-  for (const std::string& line : Lines(ContentOf(folder_ / "reporter.txt"))) {
-    arguments.push_back(line.substr(line.find(' ') + 1));
-  }
+  for (const std::string& line : Lines(ContentOf(file))) arguments.push_back(line.substr(line.find(' ') + 1));
   return arguments;
+}
+
+void Sandbox::ForgetStartedPrograms() const {
+  for (const auto& entry : fs::directory_iterator(folder_ / "started")) fs::remove(entry);
+}
+
+fs::path Sandbox::CopyOf(const std::string& program, const fs::path& as) const {
+  const fs::path copy = folder_ / as;
+  fs::create_directories(copy.parent_path());
+  fs::copy_file(folder_ / "bin" / program, copy);
+  return copy;
+}
+
+void Sandbox::InstallCrashProcessor() const {
+  static_cast<void>(CopyOf("SampleReporter", "glimmer/GLCrashProcessor.app/Contents/MacOS/GLCrashProcessor"));
+  Put(Library() / "Preferences/com.malvex.glimmerxt.plist",
+      "<plist version=\"1.0\"><dict><key>CRProcessor</key><dict><key>Photo</key><string>" +
+          (folder_ / "glimmer/GlimmerXT.app").string() + "</string></dict></dict></plist>");
+}
+
+fs::path Sandbox::PendingDumps(const HostRun& run) const {
+  return Library() / "Logs/Malvex/CrashPadDumps/Photo/4.2.0/b7" / std::to_string(run.host.Id()) / "pending";
 }
 
 std::string SystemReport(pid_t process) {
@@ -237,10 +260,44 @@ std::string SystemReport(pid_t process) {
   "captureTime" : "2026-03-04 05:06:19.5678 +0000",
   "pid" : %,
   "procName" : "Photo",
-  "exception" : {"codes":"0x0000000000000001", "type":"EXC_BAD_ACCESS", "signal":"SIGSEGV", "subtype":"KERN_INVALID_ADDRESS"}
+  "exception" : {"codes":"0x0000000000000001", "type":"EXC_BAD_ACCESS", "signal":"SIGSEGV", "subtype":"KERN_INVALID_ADDRESS"},
+  "faultingThread" : 0,
+  "threads" : [{"triggered":true,"id":77231,"queue":"com.apple.main-thread","frames":[{"imageOffset":12,"imageIndex":1},{"imageOffset":512,"imageIndex":0}]},{"id":77240,"frames":[]}],
+  "usedImages" : [
+  {
+    "base" : 4368400384,
+    "CFBundleIdentifier" : "com.malvex.photo",
+    "name" : "Photo"
+  },
+  {
+    "base" : 6600556544,
+    "CFBundleIdentifier" : "com.malvex.photo.filters",
+    "name" : "Filters"
+  }
+],
+  "sharedCache" : {
+  "base" : 6597214208
+}
 }
 )json",
                   "%", std::to_string(process));
+}
+
+Protection::Protection(const fs::path& path) : path_(path), holds_(Set(true)) {}
+
+Protection::~Protection() {
+  if (holds_) static_cast<void>(Set(false));
+}
+
+bool Protection::Set(bool protect) const {
+  const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  int flags = 0;
+  bool done = ioctl(file, FS_IOC_GETFLAGS, &flags) == 0;
+  flags = protect ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+  done = done && ioctl(file, FS_IOC_SETFLAGS, &flags) == 0;
+  close(file);
+  return done;
 }
 
 }  // namespace demo

@@ -80,7 +80,20 @@ class Sandbox {
 
   [[nodiscard]] std::vector<std::filesystem::path> QueuedEvents() const;
   // None while no crash reporter was started.
-  [[nodiscard]] std::optional<std::vector<std::string>> ReporterArguments() const;
+  [[nodiscard]] std::optional<std::vector<std::string>> ReporterArguments() const {
+    return StartedWith("SampleReporter");
+  }
+  // The same of any program that is a copy of it.
+  [[nodiscard]] std::optional<std::vector<std::string>> StartedWith(const std::string& program) const;
+  void ForgetStartedPrograms() const;
+
+  // Registers a crash processor for the sample host, as the analytics system does.
+  void InstallCrashProcessor() const;
+  // A copy of a sample program, under the name that others will know its process by.
+  [[nodiscard]] std::filesystem::path CopyOf(const std::string& program, const std::filesystem::path& as) const;
+
+  // Where the host's Crashpad handler leaves its dumps.
+  [[nodiscard]] std::filesystem::path PendingDumps(const HostRun& run) const;
 
  private:
   void StartBus();
@@ -93,5 +106,23 @@ class Sandbox {
 
 // A report as the system writes it, about the process of that id.
 [[nodiscard]] std::string SystemReport(pid_t process);
+
+// The system's protection of a report that it is not done with: the immutable flag, which only root can set.
+class Protection {
+ public:
+  explicit Protection(const std::filesystem::path& path);
+  Protection(const Protection&) = delete;
+  Protection& operator=(const Protection&) = delete;
+  ~Protection();
+
+  // False where it could not be set.
+  [[nodiscard]] bool Holds() const { return holds_; }
+
+ private:
+  [[nodiscard]] bool Set(bool protect) const;
+
+  std::filesystem::path path_;
+  bool holds_;
+};
 
 }  // namespace demo

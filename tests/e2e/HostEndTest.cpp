@@ -45,7 +45,7 @@ TEST(HostEnd, SystemReportBecomesEventAndReporter) {
 TEST(HostEnd, OwnSignalReport) {
   Sandbox sandbox;
   HostRun run = sandbox.StartWatchedHost({.elements = {{19, "1"}, {23, "0"}}});
-  run.host.Say("report-faults");
+  run.host.Say("report-signals");
   run.host.Say("crash");
   const auto status = run.host.AwaitEnd();
   ASSERT_TRUE(status && WIFSIGNALED(*status));

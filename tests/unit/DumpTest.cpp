@@ -115,11 +115,14 @@ TEST_F(Dump, WhateverTheArgumentsSayNothingElseIsRemoved) {
     EXPECT_EQ(machine.log.size(), 1U);
     for (const auto& line : machine.log) EXPECT_EQ(line.level, "ERROR");
   }
-  for (const char* text : {"/Users/anna/Documents/4711/pending", "/4711/pending", "4711/pending", "/pending"}) {
-    machine.disk.Put("/Users/anna/Documents/4711/pending/file");
+  const std::string outside = "/Users/anna/Library/Documents/4711/pending";
+  machine.disk.Put(outside + "/file");
+  daemon.processId = "4711";
+  for (const auto& text :
+       {outside, std::string("/4711/pending"), std::string("4711/pending"), std::string("/pending")}) {
     daemon.crashPadDumpDirectory.Set(text);
     daemon.removeCrashPadDumpDirectory();
-    EXPECT_TRUE(machine.disk.Has("/Users/anna/Documents/4711/pending/file"));
+    EXPECT_TRUE(machine.disk.Has(outside + "/file"));
   }
 }
 

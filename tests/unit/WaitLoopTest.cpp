@@ -103,7 +103,12 @@ TEST(WaitLoop, EveryEnd) {
       {"no report in time", {{24, "3"}}, {crash}, 5s, nothing, searching},
       {"no time", {{24, "none"}}, {crash}, 3s, nothing, searching},
       {"no signal report", {}, {terminated}, 9s, nothing, noSignalReport},
-      {"delivered alone", {}, {Posts(2s, names::exceptionDelivered), crash}, 3s, nothing, "Exception delivered"},
+      {"delivered alone",
+       {},
+       {HasCrashProcessor, Posts(2s, names::exceptionDelivered), crash},
+       3s,
+       nothing,
+       "Exception delivered"},
       {"old report", {{24, "2"}}, {IsThere, crash}, 4s, nothing, searching},
       // Reported.
       {"system report", {}, {crash, report}, 4s, "crash, reporter", "Parent app exit code:11"},
