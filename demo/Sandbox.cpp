@@ -234,7 +234,7 @@ void Sandbox::ForgetStartedPrograms() const {
 }
 
 fs::path Sandbox::CopyOf(const std::string& program, const fs::path& as) const {
-  const fs::path copy = folder_ / as;
+  fs::path copy = folder_ / as;
   fs::create_directories(copy.parent_path());
   fs::copy_file(folder_ / "bin" / program, copy);
   return copy;

@@ -8,7 +8,8 @@
 
 #include "platform/posix/SpawnStreams.h"
 
-extern char** environ;  // no system's header has to declare it
+// No system's header has to, and one does.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace platform {
 namespace {
