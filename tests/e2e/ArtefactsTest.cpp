@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -59,23 +58,6 @@ TEST(Artefacts, DeliveredExceptionWithADumpMarksTheSessionAlone) {
   EXPECT_TRUE(sandbox.Received().empty());
   EXPECT_FALSE(fs::exists(sandbox.PendingDumps(run).parent_path()));
   EXPECT_TRUE(fs::exists(sandbox.PendingDumps(run).parent_path().parent_path()));
-}
-
-TEST(Artefacts, SignalReportWithHangReport) {
-  Sandbox sandbox;
-  HostRun run = sandbox.StartWatchedHost({.elements = {{19, "1"}}});
-  const fs::path hang = sandbox.Reports() / "Photo-Spin.hang";
-  sandbox.Put(hang, "Process:         Photo [" + std::to_string(run.host.Id()) + "]\n");
-  run.host.Say("report-signals");
-  run.host.Say("signal " + std::to_string(SIGTERM));
-  ASSERT_TRUE(run.host.AwaitEnd());
-  ExpectQuietEnd(run);
-
-  EXPECT_EQ(sandbox.Received().size(), 1U);
-  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
-  EXPECT_EQ(sandbox.ReporterArguments()->at(13), "3");
-  EXPECT_EQ(sandbox.ReporterArguments()->at(14), hang);
-  EXPECT_EQ(sandbox.ReporterArguments()->at(15), "15");
 }
 
 TEST(Artefacts, ADumpFolderBehindALinkStays) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 #include "CRDaemon/CrashedModule.h"
 #include "CRDaemon/MyDaemon.h"
@@ -69,13 +70,15 @@ TEST(CrashedModule, OfATextReport) {
 
 // 1000 UTF-16 units: what lies beyond does not count, not even half a name.
 TEST(CrashedModule, OnlyTheBeginningOfALongReportCounts) {
-  const std::string marker = "Crashed:: ", frame = "\n0 Photo";
+  const auto lines = [](std::string_view first, const std::string& rest, const char* last) {
+    std::string report("Crashed:: ");
+    return crashedmodule::LinesFromText(report.append(first).append(rest).append(last).append("\n0 Photo"));
+  };
   for (const char* character : {"x", "\xC3\xA9", "\xF0\x9F\x98\x80"}) {
-    const std::size_t fit = std::string(character).size() == 4 ? 491 : 982;
-    const std::string queue = Repeated(character, fit);
-    EXPECT_TRUE(crashedmodule::LinesFromText(marker + queue + frame) == queue + "\nPhoto\n");
-    EXPECT_TRUE(crashedmodule::LinesFromText(marker + "y" + queue + frame) == "y" + queue + "\nPhot\n");
-    EXPECT_EQ(crashedmodule::LinesFromText(marker + queue + "12345678" + frame), "");
+    const std::string queue = Repeated(character, std::string(character).size() == 4 ? 491 : 982);
+    EXPECT_TRUE(lines("", queue, "").ends_with("\nPhoto\n"));
+    EXPECT_TRUE(lines("y", queue, "").ends_with("\nPhot\n"));
+    EXPECT_EQ(lines("", queue, "12345678"), "");
   }
 }
 
