@@ -15,11 +15,6 @@
 namespace preferences {
 namespace {
 
-std::string FilePath() {
-  return paths::ExpandTilde(
-      paths::Join(ProcessWide().UserLibrary, std::string("Preferences/") + names::preferencesDomain + ".plist"));
-}
-
 std::optional<platform::Dictionary> DictionaryOf(std::string_view bytes) {
   const platform::Result<platform::Value> root = platform::ParsePropertyList(bytes);
   const auto* dictionary = root ? root->As<platform::Dictionary>() : nullptr;
@@ -47,6 +42,11 @@ std::optional<platform::Dictionary> ReadForRewrite(const std::string& path) {
 
 }  // namespace
 
+std::string FilePath() {
+  return paths::ExpandTilde(
+      paths::Join(ProcessWide().UserLibrary, std::string("Preferences/") + names::preferencesDomain + ".plist"));
+}
+
 std::optional<platform::Dictionary> Read() {
   const platform::Result<std::string> bytes = platform::ReadFile(FilePath(), platform::smallFileLimitBytes);
   return bytes ? DictionaryOf(*bytes) : std::nullopt;
@@ -67,6 +67,11 @@ bool Store(const std::string& key, const std::optional<std::string>& value) {
   }
   const platform::Result<std::string> xml = platform::WritePropertyList(platform::Value(*dictionary));
   return xml && !WriteAtomically(path, *xml, ModeAndOwner::asTheFileReplaced);
+}
+
+std::string StoredCrashKey(const std::string& application, const std::string& version,
+                           const std::optional<std::string>& build) {
+  return names::lastCrashKeyPrefix + application + "_" + version + "_" + build.value_or("unspecified");
 }
 
 std::int32_t IntegerOf(const platform::Value& value) {

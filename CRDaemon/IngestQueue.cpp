@@ -27,9 +27,15 @@ std::optional<std::vector<std::string>> ListNames(const std::string& path) {
   return std::nullopt;
 }
 
-// The event as far as its file tells it. None when the file must stay as it is: somebody else delivered and removed it,
-// the guard refused it, or the system failed for the moment. One that is there and cannot be understood is an empty
-// event.
+bool DeliverEvent(const std::string& path, platform::HttpClient& http) {
+  const auto event = ReadEvent(path);
+  if (!event || !postToIngest(*event, http)) return false;
+  deleteFile(path);
+  return true;
+}
+
+}  // namespace
+
 std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
   const platform::Result<std::string> bytes = platform::ReadFile(path, platform::smallFileLimitBytes);
   if (bytes) {
@@ -43,15 +49,6 @@ std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
   }
   return std::nullopt;
 }
-
-bool DeliverEvent(const std::string& path, platform::HttpClient& http) {
-  const auto event = ReadEvent(path);
-  if (!event || !postToIngest(*event, http)) return false;
-  deleteFile(path);
-  return true;
-}
-
-}  // namespace
 
 void deleteFile(const std::string& path) {
   if (const std::error_code error = platform::RemoveFile(path)) {

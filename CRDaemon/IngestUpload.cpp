@@ -50,6 +50,15 @@ bool IsAllowedUrl(std::string_view url) {
   return authority.find('@') == std::string_view::npos && IsLoopbackHost(WithoutPort(authority));
 }
 
+std::string HostOf(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  if (scheme == std::string_view::npos) return {};
+  const std::string_view authority = AuthorityOf(url, url.substr(0, scheme + 3));
+  std::string_view host = WithoutPort(authority.substr(authority.rfind('@') + 1));
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  return std::string(host);
+}
+
 std::string ServiceUrl() {
   const auto url = platform::Environment(names::ingestUrlVariable);
   if (!url || url->empty()) return CRDAEMON_INGEST_URL;

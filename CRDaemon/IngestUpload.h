@@ -13,6 +13,9 @@ namespace upload {
 // Whether events may go there: https:// anywhere, http:// to a loopback host only.
 [[nodiscard]] bool IsAllowedUrl(std::string_view url);
 
+// Its host, without user, port and brackets; empty when it names none.
+[[nodiscard]] std::string HostOf(std::string_view url);
+
 // The one of the environment where it is set and allowed, else the built-in one.
 [[nodiscard]] std::string ServiceUrl();
 

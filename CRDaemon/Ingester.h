@@ -56,6 +56,11 @@ class Ingester {
   conversion::Sender sender_;
 };
 
+// The event as far as its file tells it. None when the file must stay as it is: somebody else delivered and removed it,
+// the guard refused it, or the system failed for the moment. One that is there and cannot be understood is an empty
+// event.
+[[nodiscard]] std::optional<platform::Dictionary> ReadEvent(const std::string& path);
+
 // Removes the file; a failure is logged.
 void deleteFile(const std::string& path);
 

@@ -29,8 +29,7 @@ std::string MyDaemon::GetUserGuid() {
 
 std::string MyDaemon::StoredCrashKey() const {
   const Text& version = malvexProductVersion ? malvexProductVersion : appVersion;
-  return names::lastCrashKeyPrefix + appName.value_or("") + "_" + version.value_or("") + "_" +
-         malvexProductBuild.value_or("unspecified");
+  return preferences::StoredCrashKey(appName.value_or(""), version.value_or(""), malvexProductBuild);
 }
 
 // Where the file has nothing to say, because it could not be written or another process rewrote it meanwhile, what this

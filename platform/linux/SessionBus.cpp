@@ -54,12 +54,6 @@ std::string EscapedForAddress(std::string_view text) {
   return escaped;
 }
 
-std::string SessionBusAddress() {
-  if (auto address = Environment("DBUS_SESSION_BUS_ADDRESS")) return *address;
-  const auto runtimeFolder = Environment("XDG_RUNTIME_DIR");
-  return runtimeFolder ? "unix:path=" + EscapedForAddress(*runtimeFolder) + "/bus" : std::string();
-}
-
 bool HasSignature(sd_bus_message* message, const char* signature) {
   return sd_bus_message_has_signature(message, signature) > 0;
 }
@@ -86,7 +80,7 @@ bool ReadUserInfo(sd_bus_message* message, UserInfo& userInfo) {
 }
 
 std::optional<Notification> ReadNotification(sd_bus_message* message) {
-  if (!HasSignature(message, "sa{ss}")) return std::nullopt;
+  if (!HasSignature(message, notificationSignature)) return std::nullopt;
   const auto name = ReadText(message);
   if (!name || name->size() > textLimitBytes) return std::nullopt;
   Notification notification{std::string(*name), {}};
@@ -147,9 +141,15 @@ int OnSessionChanged(sd_bus_message* message, void* context, sd_bus_error* /*err
 
 }  // namespace
 
+std::string SessionBusAddress() {
+  if (auto address = Environment("DBUS_SESSION_BUS_ADDRESS")) return *address;
+  const auto runtimeFolder = Environment("XDG_RUNTIME_DIR");
+  return runtimeFolder ? "unix:path=" + EscapedForAddress(*runtimeFolder) + "/bus" : std::string();
+}
+
 SessionBus::SessionBus(Deliver deliver)
     : deliver_(std::move(deliver)), connection_(SessionBusAddress(), [this](sd_bus* bus) {
-        return sd_bus_match_signal_async(bus, nullptr, nullptr, nullptr, "com.malvex.DistributedNotification", "Posted",
+        return sd_bus_match_signal_async(bus, nullptr, nullptr, nullptr, notificationInterface, notificationMember,
                                          OnPosted, nullptr, &deliver_);
       }) {}
 

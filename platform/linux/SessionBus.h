@@ -10,6 +10,13 @@
 // where it matters, the sender.
 namespace platform {
 
+inline constexpr char notificationInterface[] = "com.malvex.DistributedNotification";
+inline constexpr char notificationMember[] = "Posted";
+inline constexpr char notificationSignature[] = "sa{ss}";
+
+// Empty when the environment names none.
+[[nodiscard]] std::string SessionBusAddress();
+
 using Deliver = std::function<void(const std::string& name, const std::map<std::string, std::string>& userInfo)>;
 
 // Signals `Posted` of com.malvex.DistributedNotification on the session bus, from anybody.
