@@ -107,7 +107,7 @@ std::string Glimmer::getGlimmerSessionIDForApp(const std::string& appName, const
 
 std::string Glimmer::getGlimmerDataForApp(const std::string& appName, const std::string& procID,
                                           const std::string& productFamily, const std::string& productName) {
-  const std::string session = getGlimmerSessionIDForApp(appName, procID, productFamily, productName);
+  std::string session = getGlimmerSessionIDForApp(appName, procID, productFamily, productName);
   if (!session.empty()) LogInfo("Skylance session ID: " + session);
   return session;
 }
