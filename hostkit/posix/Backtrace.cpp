@@ -59,7 +59,8 @@ class CarefulReader {
   // False: some of it cannot be read.
   [[nodiscard]] bool Read(std::uintptr_t from, void* to, std::size_t size) const {
     if (!isOpen_) return false;
-    const ssize_t written = write(ends_[1], reinterpret_cast<const void*>(from), size);
+    const auto* bytes = reinterpret_cast<const void*>(from);  // NOLINT(performance-no-int-to-ptr): a register's content
+    const ssize_t written = write(ends_[1], bytes, size);
     return written > 0 && read(ends_[0], to, static_cast<std::size_t>(written)) == static_cast<ssize_t>(size);
   }
   [[nodiscard]] bool CanRead(std::uintptr_t address) const {

@@ -13,7 +13,8 @@
 #include "hostkit/posix/Outcome.h"
 #include "support/FixedNames.h"
 
-extern char** environ;  // no system's header has to declare it
+// No system's header has to, and one does.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace hostkit {
 namespace {
