@@ -1,5 +1,6 @@
 // crctl: what a person at a terminal wants of CRDaemon. Here is how it is told; what it does stands in Verbs.h.
 #include <CLI/CLI.hpp>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -148,7 +149,7 @@ ExitStatus Run(const Options& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   CLI::App app("Looks after CRDaemon: why no report arrives, what is queued, what it remembers", "crctl");
   Options options;
   app.set_version_flag("--version", std::string("crctl ") + CRCTL_VERSION);
@@ -166,4 +167,7 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? well : usage;
   }
   return Run(options);
+} catch (const std::exception& error) {
+  std::cerr << "crctl: " << error.what() << '\n';
+  return notWell;
 }
