@@ -62,6 +62,7 @@ TEST(Notices, OfAnEndCarryTheProcessAndItsStatus) {
   PostEnd(@{processId : @3});
   EXPECT_EQ(NotedOnceThereAre(3), (Texts{"1=11", "2=-1", "3=0"}));
   PostEnd(@{processId : @4});  // too late
+  for (int pass = 0; pass < 3; ++pass) static_cast<void>(platform::WaitForInput());
   platform::SleepFor(std::chrono::milliseconds(100));
   EXPECT_EQ(NotedOnceThereAre(3).size(), 3U);
 }
