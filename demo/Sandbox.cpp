@@ -106,7 +106,7 @@ Sandbox::Sandbox() {
   // Copies: the account may not be able to enter the folder of the build.
   const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
   fs::create_directory(folder_ / "bin");
-  for (const char* name : {"CRDaemon", "CRDaemon-http", "SampleHost", "SampleReporter", "IngestService"}) {
+  for (const char* name : {"CRDaemon", "CRDaemon-http", "SampleHost", "SampleReporter", "crctl"}) {
     fs::copy_file(programs / name, folder_ / "bin" / name);
   }
   environment = {
@@ -138,11 +138,10 @@ void Sandbox::StartBus() {
 
 void Sandbox::StartService() {
   const fs::path certificate = MakeCertificate("service");
-  service_.emplace(StartProgram({folder_ / "bin/IngestService", "--events", folder_ / "events.jsonl", "--certificate",
-                                 certificate, "--key", folder_ / "service.key"},
+  service_.emplace(StartProgram({folder_ / "bin/crctl", "ingest", "--control", "--port", "0", "--events",
+                                 folder_ / "events.jsonl", "--tls", certificate, folder_ / "service.key"},
                                 "service.out"));
-  environment["CRDAEMON_INGEST_URL"] =
-      "https://127.0.0.1:" + AwaitPrinted(folder_ / "service.out", "port ") + "/ingest";
+  environment["CRDAEMON_INGEST_URL"] = AwaitPrinted(folder_ / "service.out", "CRDAEMON_INGEST_URL=");
   environment["SSL_CERT_FILE"] = certificate;
 }
 
@@ -195,10 +194,13 @@ HostRun Sandbox::StartWatchedHost(const HostOptions& options) const {
 }
 
 void Sandbox::TellService(const std::string& line) const {
-  const auto printed = [this] { return ContentOf(folder_ / "service.out").size(); };
-  const std::size_t before = printed();
+  const auto echoes = [&] {
+    const auto printed = Lines(ContentOf(folder_ / "service.out"));
+    return std::count(printed.begin(), printed.end(), line);
+  };
+  const auto before = echoes();
   service_->Say(line);
-  if (!Eventually([&] { return printed() > before; })) throw std::runtime_error("the service does not listen");
+  if (!Eventually([&] { return echoes() > before; })) throw std::runtime_error("the service does not listen");
 }
 
 std::vector<Receipt> Sandbox::Received() const {

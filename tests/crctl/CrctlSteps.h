@@ -18,8 +18,6 @@ struct Outcome {
 
 class CrctlSandbox : public demo::Sandbox {
  public:
-  CrctlSandbox();
-
   [[nodiscard]] Outcome Crctl(std::vector<std::string> arguments) const;
 };
 

@@ -55,4 +55,15 @@ struct StoredChoice {
 // Prints the lines that all daemons write from now on; returns when nobody reads them any more.
 [[nodiscard]] Answer FollowLogs(bool asJson);
 
+inline constexpr int ingestPort = 8737;
+struct IngestChoice {
+  int port = ingestPort;              // 0: any that is free
+  std::vector<std::string> tls;       // certificate and key, or nothing
+  std::optional<std::string> events;  // the file; else one in the user's state folder
+  std::optional<int> status;          // of the answer to sound events, in place of 200
+  bool takesCommands = false;         // from standard input, and ends with it
+};
+// Runs the ingest service, prints where it is and what it receives; returns on SIGINT or SIGTERM.
+[[nodiscard]] Answer ServeIngest(const IngestChoice& choice, bool asJson);
+
 }  // namespace crctl

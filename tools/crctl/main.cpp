@@ -33,6 +33,7 @@ struct Options {
   std::vector<std::string> members;
   bool append = false;
   std::optional<std::int32_t> process;
+  crctl::IngestChoice ingest;
 };
 
 CLI::App* AddVerb(CLI::App& group, Options& options, const char* name, const char* help, std::function<Answer()> verb) {
@@ -121,6 +122,23 @@ void AddLog(CLI::App& app, Options& options) {
           [&options] { return crctl::FollowLogs(options.json); });
 }
 
+void AddIngest(CLI::App& app, Options& options) {
+  crctl::IngestChoice& choice = options.ingest;
+  CLI::App* ingest = AddVerb(app, options, "ingest", "Receive events on this machine, check and show them",
+                             [&options] { return crctl::ServeIngest(options.ingest, options.json); });
+  ingest->footer("With --json it prints one JSON object a line: where it is, then each event.");
+  ingest->add_option("--port", choice.port, "Port on the loopback interface; 0: any that is free")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 65535));
+  ingest->add_option("--tls", choice.tls, "Certificate and key, two PEM files; without it, plain HTTP")
+      ->type_name("CERT KEY")
+      ->expected(2);
+  ingest->add_option("--events", choice.events, "File that keeps the events");
+  ingest->add_option("--fail", choice.status, "Answer events with this status")->check(CLI::Range(400, 599));
+  ingest->add_flag("--control", choice.takesCommands,
+                   "Take commands from standard input, status LIST and delay MILLISECONDS, and end with it");
+}
+
 bool Print(const Answer& answer, bool asJson) {
   if (!asJson) {
     std::cout << answer.text << std::flush;
@@ -161,6 +179,7 @@ int main(int argc, char** argv) try {
   AddStored(app, options);
   AddNotify(app, options);
   AddLog(app, options);
+  AddIngest(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
