@@ -2,6 +2,7 @@
 // hostile. It gets into the document as text and in no other way; the page's content security policy backs that up.
 
 const rowsAtOnce = 200;
+const choicesAtMost = 500;
 const reconnectDelay = 2000;  // milliseconds
 const knownKinds = ["abnormal:crash", "abnormal:signal", "abnormal:hang"];
 const groupTitles = {event: "Event", source: "Source", env: "Environment", "": "Other data"};
@@ -11,6 +12,7 @@ let complete = 0;           // every event up to this id is in `records`
 let rowLimit = rowsAtOnce;
 let stream = null;
 const rows = new Map();  // by id, the rows that are shown
+const offered = {app: new Set(), kind: new Set()};
 const filter = {search: "", app: "", kind: ""};
 
 const byId = (id) => document.getElementById(id);
@@ -88,7 +90,7 @@ async function catchUp(opened) {
     if (answer.events.length === 0 || complete >= answer.last) break;
   }
   setLink("live");
-  render();
+  draw();
 }
 
 function forgetAll() {
@@ -131,9 +133,10 @@ function tellArrival(fresh) {
 
 // An event without an app or kind can be chosen as well, hence the "=" in front.
 function offer(name, value) {
+  if (offered[name].has(value) || offered[name].size === choicesAtMost) return;
+  offered[name].add(value);
   const select = byId(name);
   const options = [...select.options].slice(1);
-  if (options.some((option) => option.value === "=" + value)) return;
   const option = make("option", "", value === "" ? "None" : value);
   option.value = "=" + value;
   select.insertBefore(option, options.find((other) => other.value > option.value) ?? null);
@@ -248,8 +251,9 @@ function draw() {
     list.insertBefore(item, next);
   }
 
-  byId("more").hidden = shown.length <= rowLimit;
-  byId("more").textContent = `Show ${Math.min(rowsAtOnce, shown.length - rowLimit)} more of ${shown.length - rowLimit}`;
+  const left = Math.max(0, shown.length - rowLimit);
+  byId("more").hidden = left === 0;
+  byId("more").textContent = `Show ${Math.min(rowsAtOnce, left)} more of ${left}`;
   byId("empty").hidden = records.size > 0 || byId("link").dataset.state !== "live";
   byId("nothing").hidden = records.size === 0 || shown.length > 0;
   byId("main").dataset.blank = String(records.size === 0);
