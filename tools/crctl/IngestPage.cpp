@@ -1,11 +1,14 @@
 #include "tools/crctl/IngestPage.h"
 
+#include "embedded/crd_ingest.h"
+
 namespace ingest {
 
 std::optional<PageContent> PageFile(std::string_view path) {
-  if (path != "/") return std::nullopt;
-  return PageContent{.content = "<!doctype html><title>Ingest</title><a href=\"api/events\">What was received</a>\n",
-                     .type = "text/html; charset=utf-8"};
+  if (path == "/") return PageContent{.content = embedded::indexHtml, .type = "text/html; charset=utf-8"};
+  if (path == "/page.js") return PageContent{.content = embedded::pageJs, .type = "text/javascript; charset=utf-8"};
+  if (path == "/page.css") return PageContent{.content = embedded::pageCss, .type = "text/css; charset=utf-8"};
+  return std::nullopt;
 }
 
 }  // namespace ingest
