@@ -3,7 +3,7 @@
  * the signal that kills it.
  *
  *   crhost_options* options = crhost_options_new();
- *   crhost_set(options, CRHOST_DAEMON_PATH, "/usr/libexec/CRDaemon");
+ *   crhost_set(options, CRHOST_DAEMON_PATH, "/usr/libexec/crdaemon/CRDaemon");
  *   crhost_set(options, CRHOST_REPORTER_PATH, "/opt/photo/Reporter");
  *   crhost_set(options, CRHOST_APP_NAME, "Photo");
  *   crhost_start(options, &error);
