@@ -1,32 +1,31 @@
-// An application to try CRDaemon with. It starts the daemon as its own watcher, prints "daemon" and its process id, and
-// then does what the lines of its standard input say:
-//   report-signals  from now on a segmentation fault or SIGTERM writes the host's own signal report
+// An application to try CRDaemon with. It starts the daemon as its own watcher, through the host kit, prints "daemon"
+// and its process id, and then does what the lines of its standard input say:
+//   report-signals  from now on a fault or a handled signal writes the host's own signal report
 //   crash           dies of a segmentation fault
 //   signal N        dies of that signal
 //   exit N          ends with that status; so does the end of the input, with 0
 //   notify NAME     posts that notification about itself on the session bus
+// Given fewer elements than all, or a process id, it starts the daemon by itself and wrongly, as no host of the kit
+// can.
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <array>
+#include <crhost.hpp>
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <iostream>
-#include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
-
-#include "demo/SampleSignalReport.h"
-#include "platform/Tasks.h"
 
 namespace {
 
 constexpr std::size_t allElements = 31;
+constexpr std::size_t processElement = 1;
 
 struct Options {
   // What the daemon is started with; element 0 is its own path.
@@ -62,7 +61,10 @@ struct Options {
                                                    "subscription",
                                                    "1"};
   std::size_t count = allElements;
-  std::time_t launch = std::time(nullptr);
+
+  [[nodiscard]] bool AreForTheKit() const {
+    return count == allElements && elements[processElement] == std::to_string(getpid());
+  }
 };
 
 [[noreturn]] void Usage() {
@@ -90,12 +92,28 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
   return options;
 }
 
-// The daemon outlives this process: nothing ties the two together but the id that is passed.
-void StartDaemon(const Options& options) {
-  const auto* first = options.elements.data();
-  const auto daemon = platform::StartTask(options.elements[0], {first + 1, first + options.count});
-  if (!daemon) throw std::runtime_error("cannot start " + options.elements[0]);
-  std::cout << "daemon " << *daemon << std::endl;
+void Check(const crhost::Result& result) {
+  if (!result) throw std::runtime_error(result.Text());
+}
+
+pid_t StartWithKit(const Options& options) {
+  crhost::Options named;
+  for (std::size_t at = 0; at < allElements; ++at) {
+    if (at != processElement) named.Set(static_cast<crhost_option>(at), options.elements[at]);
+  }
+  Check(crhost::Start(named));
+  return crhost_daemon_id();
+}
+
+pid_t StartWrongly(const Options& options) {
+  std::vector<char*> arguments;
+  for (std::size_t at = 0; at < options.count; ++at)
+    arguments.push_back(const_cast<char*>(options.elements[at].c_str()));
+  arguments.push_back(nullptr);
+  pid_t daemon = -1;
+  const int error = posix_spawn(&daemon, arguments[0], nullptr, nullptr, arguments.data(), environ);
+  if (error != 0) throw std::system_error(error, std::generic_category(), options.elements[0]);
+  return daemon;
 }
 
 // A real one, on a page that may not be touched.
@@ -104,27 +122,18 @@ void Crash() {
   *static_cast<volatile char*>(page) = 1;
 }
 
-void Check(int result) {
-  if (result < 0) throw std::runtime_error("session bus: error " + std::to_string(-result));
-}
-
 void Notify(const std::string& name) {
-  sd_bus* opened = nullptr;
-  Check(sd_bus_open_user(&opened));
-  const std::unique_ptr<sd_bus, decltype(&sd_bus_flush_close_unref)> bus(opened, sd_bus_flush_close_unref);
-  sd_bus_message* made = nullptr;
-  Check(sd_bus_message_new_signal(bus.get(), &made, "/", "com.malvex.DistributedNotification", "Posted"));
-  const std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)> message(made, sd_bus_message_unref);
-  Check(sd_bus_message_append(made, "sa{ss}", name.c_str(), 1, "pid", std::to_string(getpid()).c_str()));
-  Check(sd_bus_send(bus.get(), made, nullptr));
+  if (name == "appTerminatedNormally") return Check(crhost::AnnounceNormalEnd());
+  if (name == "exceptionDeliveryCompleteion") return Check(crhost::AnnounceExceptionDelivered());
+  throw std::invalid_argument("unknown notification: " + name);
 }
 
-void Obey(const std::string& line, const Options& options) {
+void Obey(const std::string& line) {
   const std::size_t blank = line.find(' ');
   const std::string verb = line.substr(0, blank);
   const std::string object = blank == std::string::npos ? "" : line.substr(blank + 1);
   if (verb == "report-signals") {
-    sample::ReportSignals(options.elements[2], options.elements[3], options.launch);
+    Check(crhost::ReportSignals(CRHOST_FAULTS | CRHOST_HANDLED_SIGNALS));
   } else if (verb == "crash") {
     Crash();
   } else if (verb == "signal") {
@@ -143,11 +152,9 @@ void Obey(const std::string& line, const Options& options) {
 int main(int argc, char** argv) try {
   const rlimit noCoreFile{0, 0};
   setrlimit(RLIMIT_CORE, &noCoreFile);
-  // A sanitizer's handler would turn the signal into an exit.
-  std::signal(SIGSEGV, SIG_DFL);
   const Options options = ParseOptions({argv + 1, argv + argc});
-  StartDaemon(options);
-  for (std::string line; std::getline(std::cin, line);) Obey(line, options);
+  std::cout << "daemon " << (options.AreForTheKit() ? StartWithKit(options) : StartWrongly(options)) << std::endl;
+  for (std::string line; std::getline(std::cin, line);) Obey(line);
   return 0;
 } catch (const std::exception& error) {
   std::cerr << "SampleHost: " << error.what() << '\n';

@@ -26,7 +26,6 @@ HostRun StartKitHost(Sandbox& sandbox, const std::string& program = "CrashingHos
   const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
   const fs::path bin = sandbox.Folder() / "bin";
   fs::copy_file(programs / program, bin / program);
-  fs::copy_file(programs.parent_path() / "lib/libcrhost.so.0", bin / "libcrhost.so.0");
   sandbox.environment["LD_LIBRARY_PATH"] = bin;
   demo::Program host = sandbox.StartProgram({bin / program, bin / "CRDaemon", bin / "SampleReporter"}, "kit.out");
   const std::string label = "daemon ";
