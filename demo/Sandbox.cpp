@@ -180,9 +180,12 @@ HostRun Sandbox::StartHost(const HostOptions& options) const {
   command.push_back(folder_ / "bin/SampleReporter");
 
   static int hosts = 0;
-  const std::string output = "host" + std::to_string(++hosts) + ".out";
-  Program host = StartProgram(std::move(command), output);
-  const std::string daemon = AwaitPrinted(folder_ / output, "daemon ");
+  return StartHostProgram(std::move(command), "host" + std::to_string(++hosts) + ".out");
+}
+
+HostRun Sandbox::StartHostProgram(std::vector<std::string> command, const std::string& outputName) const {
+  Program host = StartProgram(std::move(command), outputName);
+  const std::string daemon = AwaitPrinted(folder_ / outputName, "daemon ");
   return {.daemon = Program(std::stoi(daemon)),
           .host = std::move(host),
           .logFile = Library() / "Logs/Malvex/CrDebugLogs" / ("CRLog-CRDaemon-" + daemon + ".txt")};

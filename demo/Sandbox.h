@@ -71,6 +71,8 @@ class Sandbox {
   [[nodiscard]] Program StartProgram(std::vector<std::string> command, const std::string& outputName) const;
 
   [[nodiscard]] HostRun StartHost(const HostOptions& options) const;
+  // Any program that starts a daemon and prints "daemon" and its process id.
+  [[nodiscard]] HostRun StartHostProgram(std::vector<std::string> command, const std::string& outputName) const;
   // Returns once the daemon watches it: what happens from now on is this run's.
   [[nodiscard]] HostRun StartWatchedHost(const HostOptions& options = {}) const;
 

@@ -27,17 +27,8 @@ HostRun StartKitHost(Sandbox& sandbox, const std::string& program = "CrashingHos
   const fs::path bin = sandbox.Folder() / "bin";
   fs::copy_file(programs / program, bin / program);
   sandbox.environment["LD_LIBRARY_PATH"] = bin;
-  demo::Program host = sandbox.StartProgram({bin / program, bin / "CRDaemon", bin / "SampleReporter"}, "kit.out");
-  const std::string label = "daemon ";
-  const auto printed = [&] { return ContentOf(OutputOf(sandbox)); };
-  if (!demo::Eventually([&] { return printed().find(label) != std::string::npos; }))
-    throw std::runtime_error(printed());
-  const int daemon = std::stoi(printed().substr(printed().find(label) + label.size()));
-  HostRun run{
-      .daemon = demo::Program(daemon),
-      .host = std::move(host),
-      .logFile = sandbox.Library() / "Logs/Malvex/CrDebugLogs" / ("CRLog-CRDaemon-" + std::to_string(daemon) + ".txt")};
-  EXPECT_TRUE(run.AwaitMessage("runOnce")) << printed();
+  HostRun run = sandbox.StartHostProgram({bin / program, bin / "CRDaemon", bin / "SampleReporter"}, "kit.out");
+  EXPECT_TRUE(run.AwaitMessage("runOnce")) << ContentOf(OutputOf(sandbox));
   return run;
 }
 
