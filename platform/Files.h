@@ -27,13 +27,13 @@ enum class FileKind { absent, regular, folder, other };
 // The user-immutable flag; false also when it cannot be read.
 [[nodiscard]] bool IsImmutable(const std::string& path);
 
-// The whole of a regular file. What the guard refuses is ELOOP (a link), EISDIR, ENODEV (FIFO, socket, device) or
-// EFBIG.
+// The whole of a regular file. What the guard refuses is ELOOP (a link), EISDIR, ENODEV (FIFO, socket, device), EFBIG
+// or, for root, EMLINK: a file with several names, here in a folder of somebody else than its owner.
 [[nodiscard]] Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes);
 // Whether the guard, and not the system, kept a file from being read.
 [[nodiscard]] inline bool IsRefusal(std::error_code error) {
   return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||
-         error == std::errc::no_such_device || error == std::errc::file_too_large;
+         error == std::errc::no_such_device || error == std::errc::file_too_large || error == std::errc::too_many_links;
 }
 
 // With all missing parents: 0700 below the user's home folder, 0755 elsewhere. A folder that is there already is
@@ -68,10 +68,13 @@ class Folder {
   std::unique_ptr<Body> body_;
 };
 
-// A file in the making, mode 0600, under a hidden temporary name in the folder of its later place.
+// A file in the making, mode 0600, in the folder of its later place: under a hidden temporary name or, when nothing
+// stands at that place and the file system can do it, without any, so that not even a kill leaves something behind.
 class NewFile {
  public:
-  [[nodiscard]] static Result<NewFile> Create(const std::string& folder);
+  enum class Target { replaced, absent };
+
+  [[nodiscard]] static Result<NewFile> Create(const std::string& folder, Target target = Target::replaced);
   NewFile(NewFile&&) noexcept;
   NewFile& operator=(NewFile&&) noexcept;
   // Unpublished, it leaves nothing behind.
@@ -82,7 +85,8 @@ class NewFile {
   // All the bytes, or an error.
   std::error_code Write(std::string_view bytes);
   std::error_code Sync();
-  // Renames it to `path`, replacing what is there. `path` lies in the folder given to Create.
+  // Puts it at `path`, which lies in the folder given to Create: in the place of what is there or, when nothing may be,
+  // EEXIST.
   std::error_code Publish(const std::string& path);
 
  private:
@@ -90,6 +94,10 @@ class NewFile {
   explicit NewFile(std::unique_ptr<Body> body);
   std::unique_ptr<Body> body_;
 };
+
+// Removes from a folder what killed processes of this user left of their NewFiles: regular files under temporary names,
+// created before that time. Everything else stays.
+std::error_code RemoveLeftovers(const std::string& folder, Time before);
 
 // A private file (0600) written in place, piece by piece: the log.
 class OutputFile {

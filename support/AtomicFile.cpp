@@ -3,14 +3,32 @@
 #include "platform/Files.h"
 #include "support/Paths.h"
 
+namespace {
+
+using platform::NewFile;
+
+std::string FolderOf(const std::string& path) {
+  std::string parent = paths::Parent(path);
+  return parent.empty() ? "." : parent;
+}
+
+std::error_code Finish(NewFile& file, const std::string& path, std::string_view bytes) {
+  if (const auto error = file.Write(bytes)) return error;
+  if (const auto error = file.Sync()) return error;
+  if (const auto error = file.Publish(path)) return error;
+  return platform::SyncFolder(FolderOf(path));
+}
+
+}  // namespace
+
 std::error_code WriteAtomically(const std::string& path, std::string_view bytes, ModeAndOwner modeAndOwner) {
-  const std::string parent = paths::Parent(path);
-  const std::string folder = parent.empty() ? "." : parent;
-  auto file = platform::NewFile::Create(folder);
+  auto file = NewFile::Create(FolderOf(path));
   if (!file) return file.Error();
   if (modeAndOwner == ModeAndOwner::asTheFileReplaced) file->TakeModeAndOwnerOf(path);
-  if (const auto error = file->Write(bytes)) return error;
-  if (const auto error = file->Sync()) return error;
-  if (const auto error = file->Publish(path)) return error;
-  return platform::SyncFolder(folder);
+  return Finish(*file, path, bytes);
+}
+
+std::error_code WriteNew(const std::string& path, std::string_view bytes) {
+  auto file = NewFile::Create(FolderOf(path), NewFile::Target::absent);
+  return file ? Finish(*file, path, bytes) : file.Error();
 }

@@ -11,3 +11,7 @@ enum class ModeAndOwner { privateToUser, asTheFileReplaced };
 // An error leaves `path` untouched (one of the last step: in place, perhaps not yet durable).
 [[nodiscard]] std::error_code WriteAtomically(const std::string& path, std::string_view bytes,
                                               ModeAndOwner modeAndOwner = ModeAndOwner::privateToUser);
+
+// The same (0600) where nothing stands yet, and EEXIST where something does. A kill midway leaves nothing behind, if
+// the file system can do that.
+[[nodiscard]] std::error_code WriteNew(const std::string& path, std::string_view bytes);

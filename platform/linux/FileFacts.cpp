@@ -1,10 +1,13 @@
 #include "platform/posix/FileFacts.h"
 
 #include <fcntl.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <string>
 
 namespace platform {
 namespace {
@@ -34,6 +37,48 @@ std::optional<Time> CreationDateAt(int folderDescriptor, const char* name) {
 bool IsImmutableAt(int folderDescriptor, const char* name) {
   const auto status = Look(folderDescriptor, name);
   return status && (status->stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+}
+
+namespace {
+
+// While it lives, this thread's files are `owner`'s, and it may do with files what `owner` may.
+class ActingAs {
+ public:
+  explicit ActingAs(Owner owner)
+      : group_(static_cast<gid_t>(setfsgid(owner.group))), user_(static_cast<uid_t>(setfsuid(owner.user))) {}
+  ActingAs(const ActingAs&) = delete;
+  ActingAs& operator=(const ActingAs&) = delete;
+  ~ActingAs() {
+    setfsuid(user_);
+    setfsgid(group_);
+  }
+
+ private:
+  gid_t group_;
+  uid_t user_;
+};
+
+}  // namespace
+
+// A change of owner afterwards would open the folder by its name, at which another one may stand by then.
+std::error_code MakeFolderFor(const std::optional<Owner>& owner, int folderDescriptor, const char* name, mode_t mode) {
+  std::optional<ActingAs> act;
+  if (owner) act.emplace(*owner);
+  return mkdirat(folderDescriptor, name, mode) == 0 ? std::error_code() : LastError();
+}
+
+Result<Descriptor> OpenUnnamed(int folderDescriptor) {
+  Descriptor file(openat(folderDescriptor, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+  if (!file) return LastError();
+  return file;
+}
+
+// Naming the descriptor itself is a privilege on kernels before 6.10, naming it by its entry in /proc never was.
+std::error_code NameUnnamed(int file, int folderDescriptor, const char* name) {
+  const std::string entry = "/proc/self/fd/" + std::to_string(file);
+  if (linkat(AT_FDCWD, entry.c_str(), folderDescriptor, name, AT_SYMLINK_FOLLOW) == 0) return {};
+  if (errno != ENOENT) return LastError();
+  return linkat(file, "", folderDescriptor, name, AT_EMPTY_PATH) == 0 ? std::error_code() : LastError();
 }
 
 bool SyncToDisk(int descriptor) { return fsync(descriptor) == 0; }

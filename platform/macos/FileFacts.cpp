@@ -39,6 +39,22 @@ bool IsImmutableAt(int folderDescriptor, const char* name) {
   return status && (status->st_flags & UF_IMMUTABLE) != 0;
 }
 
+// Root's new folder changes hands by its name, without following a link: at worst it is another folder of the one who
+// gets it.
+std::error_code MakeFolderFor(const std::optional<Owner>& owner, int folderDescriptor, const char* name, mode_t mode) {
+  if (mkdirat(folderDescriptor, name, mode) != 0) return LastError();
+  if (!owner) return {};
+  const auto folder = OpenAt(folderDescriptor, name, O_RDONLY | O_DIRECTORY);
+  if (!folder) return folder.Error();
+  return fchown(folder->Number(), owner->user, owner->group) == 0 ? std::error_code() : LastError();
+}
+
+Result<Descriptor> OpenUnnamed(int /*folderDescriptor*/) { return std::errc::not_supported; }
+
+std::error_code NameUnnamed(int /*file*/, int /*folderDescriptor*/, const char* /*name*/) {
+  return std::make_error_code(std::errc::not_supported);
+}
+
 // An fsync alone leaves it in the drive's cache; some volumes know no more.
 bool SyncToDisk(int descriptor) { return fcntl(descriptor, F_FULLFSYNC) == 0 || fsync(descriptor) == 0; }
 

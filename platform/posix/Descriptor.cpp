@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <string_view>
 #include <vector>
 
@@ -24,7 +23,7 @@ struct Route {
 };
 
 constexpr int maxAttempts = 16;
-constexpr std::size_t noGuard = std::numeric_limits<std::size_t>::max();
+constexpr std::string_view libraryName = "Library";
 
 Route RouteOf(std::string_view path) {
   Route route{!path.empty() && path.front() == '/', {}};
@@ -40,25 +39,9 @@ bool IsBelow(const Route& route, std::size_t depth, const Names& folder) {
   return route.absolute && depth > folder.size() && std::equal(folder.begin(), folder.end(), route.names.begin());
 }
 
-std::optional<Names> HomeOf(const std::optional<std::string>& user) {
-  const auto home = HomeFolder(user);
-  return home ? std::optional(RouteOf(*home).names) : std::nullopt;
-}
-
-// How many components may be links: those down to the home of the console user in whose Library this root process
-// works.
-std::size_t TrustedDepth(const Route& route) {
-  static const auto guardedHome = []() -> std::optional<Names> {
-    const auto user = IsRootUser() ? ConsoleUser() : std::nullopt;
-    return user ? HomeOf(user) : std::nullopt;
-  }();
-  if (!guardedHome || !IsBelow(route, route.names.size(), *guardedHome)) return noGuard;
-  return route.names[guardedHome->size()] == "Library" ? guardedHome->size() : noGuard;
-}
-
 mode_t NewFolderMode(const Route& route, std::size_t depth, bool guarded) {
-  const auto home = HomeOf({});
-  return guarded || (home && IsBelow(route, depth, *home)) ? 0700 : 0755;
+  const auto home = HomeFolder();
+  return guarded || (home && IsBelow(route, depth, RouteOf(*home).names)) ? 0700 : 0755;
 }
 
 bool IsLink(int folder, const char* name) {
@@ -66,14 +49,46 @@ bool IsLink(int folder, const char* name) {
   return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
-std::optional<Owner> OwnerOf(int folder) {
+// What root must know of the folders on its way: whoever may write to one of them could have planted what lies below.
+class Guard {
+ public:
+  // The last folder entered is the one `place` has open.
+  std::error_code Enter(Place& place, std::string_view name) {
+    if (!isRoot_ || isInLibrary_) return {};
+    struct stat status {};
+    if (fstat(place.folder.Number(), &status) != 0) return LastError();
+    const bool isForeign = status.st_uid != 0;
+    isOn_ = isOn_ || isForeign || (status.st_mode & S_IWOTH) != 0;
+    isInLibrary_ = isOn_ && name == libraryName;
+    place.newOwner = isForeign ? std::optional(Owner{status.st_uid, status.st_gid}) : std::nullopt;
+    return {};
+  }
+
+  [[nodiscard]] bool IsOn() const { return isOn_; }
+
+ private:
+  const bool isRoot_ = IsRootUser();
+  bool isOn_ = false;
+  bool isInLibrary_ = false;
+};
+
+// Whether root was led to a file by a name that somebody else may have given it.
+bool IsPlanted(int folder, const struct stat& file) {
+  if (file.st_nlink < 2 || !IsRootUser()) return false;
   struct stat status {};
-  if (fstat(folder, &status) != 0) return std::nullopt;
-  return Owner{status.st_uid, status.st_gid};
+  return fstat(folder, &status) != 0 || status.st_uid != file.st_uid || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
 std::error_code GiveTo(const std::optional<Owner>& owner, int descriptor) {
   return !owner || fchown(descriptor, owner->user, owner->group) == 0 ? std::error_code() : LastError();
+}
+
+// Why a file that stands in the folder is not to be opened.
+std::error_code RefusalOf(int folder, const struct stat& file) {
+  if (S_ISLNK(file.st_mode)) return std::make_error_code(std::errc::too_many_symbolic_link_levels);
+  if (S_ISDIR(file.st_mode)) return std::make_error_code(std::errc::is_a_directory);
+  if (!S_ISREG(file.st_mode)) return std::make_error_code(std::errc::no_such_device);
+  return IsPlanted(folder, file) ? std::make_error_code(std::errc::too_many_links) : std::error_code();
 }
 
 Result<Descriptor> Step(int folder, const std::string& name, bool mayBeLink) {
@@ -88,31 +103,33 @@ Result<Descriptor> Step(int folder, const std::string& name, bool mayBeLink) {
 
 // As good when another process makes it first.
 Result<Descriptor> MakeStep(const Place& place, const std::string& name, mode_t mode) {
-  const bool made = mkdirat(place.folder.Number(), name.c_str(), mode) == 0;
-  if (!made && errno != EEXIST) return LastError();
-  if (!made || !place.newOwner) return Step(place.folder.Number(), name, false);
-  auto next = OpenAt(place.folder.Number(), name.c_str(), O_RDONLY | O_DIRECTORY);
-  if (!next) return next;
-  if (const auto error = GiveTo(place.newOwner, next->Number())) return error;
-  return next;
+  const int folder = place.folder.Number();
+  if (const auto error = MakeFolderFor(place.newOwner, folder, name.c_str(), mode)) {
+    if (error != std::errc::file_exists) return error;
+  } else if (const auto parent = OpenAt(folder, ".", O_RDONLY | O_DIRECTORY)) {
+    // What is synced into the new folder must not go with the folder's own name. No reason to do without the folder.
+    static_cast<void>(SyncToDisk(parent->Number()));
+  }
+  return Step(folder, name, false);
 }
 
 // The folder that the first `depth` components lead to.
 Result<Place> Walk(const Route& route, std::size_t depth, MissingFolders missing) {
-  const std::size_t trusted = TrustedDepth(route);
+  Guard guard;
   Place place{Descriptor(open(route.absolute ? "/" : ".", searchFlags)), ".", {}};
   if (!place.folder) return LastError();
-  for (std::size_t i = 0;; ++i) {
-    // The home's owner while the Library is still to be made, then the Library's own.
-    if (i >= trusted && i - trusted <= 1) place.newOwner = OwnerOf(place.folder.Number());
-    if (i == depth) return place;
-    auto next = Step(place.folder.Number(), route.names[i], i < trusted);
+  if (const auto error = guard.Enter(place, {})) return error;
+  for (std::size_t i = 0; i < depth; ++i) {
+    const std::string& name = route.names[i];
+    auto next = Step(place.folder.Number(), name, !guard.IsOn());
     if (next.Error() == std::errc::no_such_file_or_directory && missing == MissingFolders::make) {
-      next = MakeStep(place, route.names[i], NewFolderMode(route, i + 1, i >= trusted));
+      next = MakeStep(place, name, NewFolderMode(route, i + 1, guard.IsOn()));
     }
     if (!next) return next.Error();
     place.folder = std::move(*next);
+    if (const auto error = guard.Enter(place, name)) return error;
   }
+  return place;
 }
 
 // Also of what would be cut short at a NUL.
@@ -152,6 +169,12 @@ Result<Place> ResolveFolder(const std::string& path, MissingFolders missing) {
 }
 
 Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode) {
+  const bool wantsFile = (flags & O_DIRECTORY) == 0;
+  struct stat status {};
+  // To open a FIFO or a device is to be noticed behind it.
+  if (wantsFile && (flags & O_CREAT) == 0 && fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (const auto error = RefusalOf(folder, status)) return error;
+  }
   Descriptor opened;
   do {
     opened = Descriptor(openat(folder, name, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
@@ -165,11 +188,10 @@ Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode) 
     if (error != std::errc::not_a_directory || !IsLink(folder, name)) return error;
     return std::errc::too_many_symbolic_link_levels;
   }
-  if ((flags & O_DIRECTORY) != 0) return opened;
-  struct stat status {};
+  if (!wantsFile) return opened;
+  // Another may have come to stand there in between.
   if (fstat(opened.Number(), &status) != 0) return LastError();
-  if (S_ISDIR(status.st_mode)) return std::errc::is_a_directory;
-  if (!S_ISREG(status.st_mode)) return std::errc::no_such_device;
+  if (const auto error = RefusalOf(folder, status)) return error;
   return opened;
 }
 

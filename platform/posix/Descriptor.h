@@ -51,9 +51,10 @@ struct Place {
   std::optional<Owner> newOwner;  // who gets what is made here, when that is not this process's own user
 };
 
-// Every path goes through here. Links on the way are followed, except by root below the console user's home, where that
-// user could send us anywhere: there a link or ".." is ELOOP, and what is made belongs to the Library's owner. A path
-// that begins with "~" names the home of nobody and is missing.
+// Every path goes through here. Links on the way are followed, except by root below a folder that is not root's alone,
+// where somebody could send it anywhere: there a link or ".." is ELOOP, and what is made belongs to the owner of the
+// Library that the way leads through, else to that of the folder. A path that begins with "~" names the home of nobody
+// and is missing.
 [[nodiscard]] Result<Place> Resolve(const std::string& path);
 
 // The folder itself, with "." as the name, as the parent of what is to be done in it.
@@ -61,7 +62,7 @@ enum class MissingFolders { fail, make };
 [[nodiscard]] Result<Place> ResolveFolder(const std::string& path, MissingFolders missing = MissingFolders::fail);
 
 // Opens without following a link, blocking, or being inherited; `flags` say what for. What is no regular file is
-// refused as in ReadFile; with O_DIRECTORY, what is no folder.
+// refused as in ReadFile, and not even opened when it stood there before; with O_DIRECTORY, what is no folder.
 [[nodiscard]] Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode = 0);
 
 // As OpenAt, of a file that is made with `mode` when it is absent.

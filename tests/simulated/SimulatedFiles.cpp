@@ -115,6 +115,7 @@ Result<std::string> Folder::Read(const std::string& name, std::uint64_t limitByt
 
 struct NewFile::Body {
   std::string path;  // of the temporary file, gone once it is published
+  Target target;
   ~Body() { TheDisk().Remove(path); }
 };
 
@@ -123,12 +124,12 @@ NewFile::NewFile(NewFile&&) noexcept = default;
 NewFile& NewFile::operator=(NewFile&&) noexcept = default;
 NewFile::~NewFile() = default;
 
-Result<NewFile> NewFile::Create(const std::string& folder) {
+Result<NewFile> NewFile::Create(const std::string& folder, Target target) {
   if (const auto error = TheDisk().FailureOf(folder)) return error;
   std::string path = folder + "/.new";
   while (TheDisk().Find(path) != nullptr) path += "+";
   if (const auto error = TheDisk().Add(path, {})) return error;
-  return NewFile(std::unique_ptr<Body>(new Body{path}));
+  return NewFile(std::unique_ptr<Body>(new Body{path, target}));
 }
 void NewFile::TakeModeAndOwnerOf(const std::string& path) {
   if (!OpenError(path)) TheDisk().Find(body_->path)->mode = TheDisk().Find(path)->mode;
@@ -144,7 +145,21 @@ std::error_code NewFile::Sync() {
   TheDisk().Find(body_->path)->synced = true;
   return {};
 }
-std::error_code NewFile::Publish(const std::string& path) { return TheDisk().Rename(body_->path, path); }
+std::error_code NewFile::Publish(const std::string& path) {
+  if (body_->target == Target::absent && TheDisk().Find(path) != nullptr) return Code(std::errc::file_exists);
+  return TheDisk().Rename(body_->path, path);
+}
+
+std::error_code RemoveLeftovers(const std::string& path, Time before) {
+  if (const auto error = OpenError(path, Kind::folder)) return error;
+  const std::string folder = path + "/";
+  for (const auto& name : std::vector(TheDisk().Find(path)->names)) {
+    const Disk::Node* node = TheDisk().Find(folder + name);
+    if (name.starts_with(".new") && node->kind == Kind::regular && node->created < before)
+      TheDisk().Remove(folder + name);
+  }
+  return {};
+}
 
 // The log is caught before it comes to a file.
 struct OutputFile::Body {};
