@@ -1,6 +1,7 @@
 #include <string>
 
 #include "CRDaemon/DiagnosticPaths.h"
+#include "CRDaemon/Ingester.h"
 #include "CRDaemon/MyDaemon.h"
 #include "CRDaemon/ProcessValues.h"
 #include "CRDaemon/ReportMatching.h"
@@ -39,6 +40,16 @@ void MyDaemon::removeFile(const Text& path) {
 void MyDaemon::removeAdditionalDataFile() {
   removeFile(FileOfThisRun(paths::Join(ProcessWide().UserLibrary, names::malvexLogs),
                            "data_" + processId.value_or("") + ".txt"));
+}
+
+// What is left in the queue expires with the queue's other files.
+void MyDaemon::RemoveUnfinishedFiles() const {
+  const std::string preferences = paths::ExpandTilde(paths::Join(ProcessWide().UserLibrary, "Preferences"));
+  const platform::Time limit = platform::Now() - Ingester::lifeOfFiles;
+  for (const auto& folder : {std::optional(UserReportPath("")), std::optional(preferences),
+                             paths::JoinPlain(preferences, {appName.value_or(""), appVersion.value_or("")})}) {
+    if (folder) platform::RemoveLeftovers(*folder, limit);
+  }
 }
 
 // In a handler it may meet the worker on the same files: each removal puts up with a file that is already gone.

@@ -32,7 +32,7 @@ std::optional<platform::Dictionary> ReadForRewrite(const std::string& path) {
   if (auto dictionary = DictionaryOf(*bytes)) return dictionary;
 
   const std::string aside = path + ".damaged-" + NewGuid();
-  if (const std::error_code error = WriteAtomically(aside, *bytes)) {
+  if (const std::error_code error = WriteNew(aside, *bytes)) {
     LogError("damaged preferences could not be kept as " + aside + ": " + error.message());
     return std::nullopt;
   }

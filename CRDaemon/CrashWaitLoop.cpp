@@ -69,6 +69,7 @@ void MyDaemon::CleanUpDiagnosticFolders() {
   CleanupDiagnostics(GetUserDiagnosticPathForNewHardware());
   LogInfo("CleanupDiagnostics: SystemDiagnosticPathForNewHardware clean up");
   CleanupDiagnostics(GetSystemDiagnosticPathForNewHardware());
+  RemoveUnfinishedFiles();
 }
 
 // False when the daemon was told to stop.

@@ -1,6 +1,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "CRDaemon/CrashedModule.h"
 #include "CRDaemon/DiagnosticPaths.h"
@@ -19,6 +20,12 @@ namespace {
 // Up to and including the colon; blanks follow it.
 constexpr std::string_view sessionLabel = "SkylanceSessionId:";
 
+void Write(const std::string& path, const std::string& lines) {
+  if (const std::error_code error = WriteAtomically(path, lines)) {
+    LogError("failed to write " + path + " with error: " + error.message());
+  }
+}
+
 std::string SessionLine(const MyDaemon::Text& record) {
   const std::string_view text = record ? std::string_view(*record) : std::string_view();
   return (text.size() > sessionLabel.size() ? text::Trim(text.substr(sessionLabel.size())) : std::string()) + "\n";
@@ -36,12 +43,12 @@ void MyDaemon::LogCrashedModuleInfo(const std::string& reportName) {
   }
   const std::string path = paths::Join(*folder, names::crashModuleFile);
   platform::MakeFolders(*folder);
-  static_cast<void>(WriteAtomically(path, ""));
+  Write(path, "");
   SetSkylanceSessionId();
 
   const auto report = ReadReportText(UserReportPath(reportName));
   if (!report) return;
   const auto lines = platform::ReportsAreJson() ? crashedmodule::LinesFromJson(*report)
                                                 : std::optional(crashedmodule::LinesFromText(*report));
-  if (lines) static_cast<void>(WriteAtomically(path, SessionLine(skylanceSessionID) + *lines));
+  if (lines) Write(path, SessionLine(skylanceSessionID) + *lines);
 }

@@ -53,8 +53,12 @@ void MyDaemon::GetDumpFileFromDumpDirectory() {
     const auto name = entries->Next();
     if (!name) break;
     const auto kind = reports::KindOfDump(*name);
-    if (!kind || entries->KindOf(*name) != platform::FileKind::regular) continue;
+    if (!kind) continue;
     const std::string path = paths::Join(directory, *name);
+    if (entries->KindOf(*name) != platform::FileKind::regular) {
+      LogError("refused as a dump: " + paths::Shown(path));
+      continue;
+    }
     if (IsFileCreatedBeforDaemonInit(path)) continue;
     if (*kind == reports::DumpKind::compressed) {
       crashPadDumpFile = path;
@@ -83,6 +87,6 @@ void MyDaemon::removeCrashPadDumpDirectory() {
   if (IsFolderOfRun(folder, processId.value_or(""))) {
     platform::RemoveTree(folder);
   } else {
-    LogError("refused to remove dump folder " + folder);
+    LogError("refused to remove dump folder " + paths::Shown(folder));
   }
 }

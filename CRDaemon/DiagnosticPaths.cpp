@@ -11,6 +11,7 @@
 
 namespace {
 
+constexpr char notRegular[] = "not a regular file";
 constexpr char relativeSystemReports[] = "Library/Logs/DiagnosticReports";
 
 std::string InUserLibrary(const char* folder) {
@@ -42,9 +43,21 @@ std::string UserReportPath(const std::string& name) {
   return paths::Join(InUserLibrary(names::diagnosticReports), name);
 }
 
+void LogRefused(const std::string& path, const std::string& why) {
+  constexpr std::size_t mostNamed = 64;
+  auto& refused = ProcessWide().refused;
+  if (refused.size() > mostNamed || !refused.insert(path).second) return;
+  if (refused.size() > mostNamed) return LogError("no more refused files are named");
+  LogError("refused to read report " + paths::Shown(path) + ": " + why);
+}
+
+void LogIfRefused(const std::string& path, std::error_code error) {
+  if (platform::IsRefusal(error)) LogRefused(path, error.message());
+}
+
 std::optional<std::string> AcceptReportText(const std::string& path, platform::Result<std::string> bytes) {
   if (!bytes) {
-    if (platform::IsRefusal(bytes.Error())) LogError("refused to read report " + path + ": " + bytes.Error().message());
+    LogIfRefused(path, bytes.Error());
     return std::nullopt;
   }
   if (!text::IsUtf8(*bytes)) return std::nullopt;
@@ -57,7 +70,9 @@ std::optional<std::string> ReadReportText(const std::string& path) {
 
 std::optional<std::string> FirstExisting(std::initializer_list<std::string> candidates) {
   for (const std::string& path : candidates) {
-    if (FileSystemUtils::DoesPathExist(path)) return path;
+    const platform::FileKind kind = platform::KindOf(path);
+    if (kind == platform::FileKind::regular) return path;
+    if (kind != platform::FileKind::absent) LogRefused(path, notRegular);
   }
   return std::nullopt;
 }
@@ -75,9 +90,8 @@ bool CopyCrashFileToUserLibrary(const std::string& name) {
   }
   const std::string destination = paths::Join(GetUserDiagnosticPath(), name);
   if (FileSystemUtils::DoesPathExist(destination)) return true;
-  if (WriteAtomically(destination, *text)) {
-    LogInfo("Error while copying crash file to user library ");
-    return false;
-  }
-  return true;
+  const std::error_code error = WriteNew(destination, *text);
+  if (!error || error == std::errc::file_exists) return true;
+  LogInfo("Error while copying crash file to user library ");
+  return false;
 }

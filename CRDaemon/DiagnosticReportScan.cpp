@@ -26,7 +26,10 @@ MyDaemon::Text MyDaemon::readDiagnosticReports(const std::string& folder, const 
                                                FoundReports& found) {
   if (!FileSystemUtils::DoesPathExist(folder)) platform::MakeFolders(folder);
   auto entries = platform::Folder::Open(folder);
-  if (!entries) return std::nullopt;
+  if (!entries) {
+    LogIfRefused(folder, entries.Error());
+    return std::nullopt;
+  }
 
   const std::string crashExtension = reports::CrashExtension();
   const std::string id = processId.value_or("");
@@ -114,7 +117,7 @@ void MyDaemon::CleanupDiagnostics(const std::string& folder) {
     if (!name->starts_with(prefix)) continue;
     const std::string path = paths::Join(folder, *name);
     if (!IsFileOlderThanNMinutes(path, minutesOfStaleReport)) continue;
-    if (entries->KindOf(*name) != platform::FileKind::folder) platform::RemoveFile(path);
+    if (entries->KindOf(*name) == platform::FileKind::regular) platform::RemoveFile(path);
   }
 }
 

@@ -5,7 +5,6 @@
 #include "CRDaemon/ProcessValues.h"
 #include "platform/Clock.h"
 #include "support/AtomicFile.h"
-#include "support/FileSystemUtils.h"
 #include "support/Log.h"
 #include "support/Paths.h"
 
@@ -35,9 +34,8 @@ bool MyDaemon::setAdditionalHangFilePath() {
   if (source) {
     const auto report = ReadReportText(*source);
     if (!report) return DropHangReport("Error while reading content of hang file " + *source);
-    if (!FileSystemUtils::DoesPathExist(destination) && WriteAtomically(destination, *report)) {
-      return DropHangReport("Error while copying hang file");
-    }
+    const std::error_code error = WriteNew(destination, *report);
+    if (error && error != std::errc::file_exists) return DropHangReport("Error while copying hang file");
     process.foundHangReport = true;
   }
   process.additionalHangFile = destination;

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::int32_t daysOfLife = 30;
 constexpr std::int32_t secondsOfDay = 86400;
+constexpr std::int32_t daysOfLife = std::chrono::seconds(Ingester::lifeOfFiles).count() / secondsOfDay;
 
 std::optional<std::vector<std::string>> ListNames(const std::string& path) {
   auto folder = platform::Folder::Open(path);
@@ -45,14 +45,14 @@ std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
   }
   if (bytes.Error() == std::errc::permission_denied) return platform::Dictionary();
   if (bytes.Error() != std::errc::no_such_file_or_directory) {
-    LogError("failed to read event: " + path + " with error: " + bytes.Error().message());
+    LogError("failed to read event: " + paths::Shown(path) + " with error: " + bytes.Error().message());
   }
   return std::nullopt;
 }
 
 void deleteFile(const std::string& path) {
   if (const std::error_code error = platform::RemoveFile(path)) {
-    LogError("failed to delete path: " + path + " with error: " + error.message());
+    LogError("failed to delete path: " + paths::Shown(path) + " with error: " + error.message());
   }
 }
 
@@ -70,7 +70,7 @@ void Ingester::forEachFileAtPath(const std::string& folder, const std::function<
 bool Ingester::isFileAtPath(const std::string& path, std::int32_t days) {
   const auto created = platform::CreationDate(path);
   if (!created) {
-    LogError("failed to get attributes of path: " + path + " with error: no creation date");
+    LogError("failed to get attributes of path: " + paths::Shown(path) + " with error: no creation date");
     return false;
   }
   return reports::IsEarlier(created, platform::Now() - std::chrono::seconds(days * secondsOfDay));
@@ -91,7 +91,8 @@ std::string Ingester::getLockPathForReportPath(const std::string& path) {
 
 void Ingester::cleanupExpiredFiles() {
   forEachFileAtPath(ProcessWide().REPORTS_DIR, [](const std::string& path) {
-    if (shouldDeleteFile(path)) deleteFile(path);
+    // What is no regular file is none of the queue's, and is left alone.
+    if (platform::KindOf(path) == platform::FileKind::regular && shouldDeleteFile(path)) deleteFile(path);
     return true;
   });
 }

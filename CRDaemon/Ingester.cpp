@@ -27,6 +27,23 @@ void LogUncaught(const char* name, Operation operation, CodePlace place = {__bui
   }
 }
 
+// True when it stands in the queue. That its folder could not be synced is said in the log, but is no reason to post
+// the event from memory too.
+bool QueueEvent(const platform::Dictionary& event) {
+  const std::string folder = ProcessWide().REPORTS_DIR;
+  if (platform::KindOf(folder) == platform::FileKind::absent) {
+    if (const std::error_code error = platform::MakeFolders(folder)) {
+      LogError("failed to create path: " + folder + " with error: " + error.message());
+    }
+  }
+  const std::string path = paths::Join(folder, Ingester::getUniqueFileName());
+  const platform::Result<std::string> xml = platform::WritePropertyList(platform::Value(event));
+  const std::error_code error = xml ? WriteNew(path, *xml) : xml.Error();
+  if (error) LogError("failed to write event: " + path + " with error: " + error.message());
+  LogInfo("saved report to path: " + path);
+  return !error || platform::KindOf(path) == platform::FileKind::regular;
+}
+
 }  // namespace
 
 // Its exceptions are reported under the name of `start`.
@@ -57,22 +74,24 @@ void Ingester::setSessionGuid(const std::string& guid) {
   });
 }
 
-void Ingester::runOnce() {
+void Ingester::runOnce() { Schedule({}); }
+
+// The event that stands in no file comes first: a run that ends early leaves all others for a later one.
+void Ingester::Schedule(std::optional<platform::Dictionary> unsaved) {
   LogInfo("runOnce");
-  asyncGroup_->Async([] {
-    LogUncaught("runOnce block", [] {
+  asyncGroup_->Async([unsaved = std::move(unsaved)] {
+    LogUncaught("runOnce block", [&unsaved] {
       UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
       cleanupExpiredFiles();
+      const bool isLeft = unsaved && !postToIngest(*unsaved, run.http);
       processReports(run);
+      if (isLeft) static_cast<void>(QueueEvent(*unsaved));
     });
   });
 }
 
 void Ingester::submitReport(const std::string& path, const std::string& type) {
-  LogUncaught("submitReport", [&] {
-    saveReport(path, type);
-    runOnce();
-  });
+  LogUncaught("submitReport", [&] { Schedule(saveReport(path, type)); });
 }
 
 void Ingester::stop() {
@@ -88,21 +107,10 @@ std::string Ingester::getUniqueFileName() {
 }
 
 // A report that cannot be read still makes an event: that the host crashed is worth knowing.
-void Ingester::saveReport(const std::string& path, const std::string& type) {
+std::optional<platform::Dictionary> Ingester::saveReport(const std::string& path, const std::string& type) {
   LogInfo("save report from path: " + path);
   const std::string report = ReadReportText(path).value_or("");
-  const platform::Dictionary event = conversion::EventFromReport(report, type, sender_);
-
-  const std::string folder = ProcessWide().REPORTS_DIR;
-  if (platform::KindOf(folder) == platform::FileKind::absent) {
-    if (const std::error_code error = platform::MakeFolders(folder)) {
-      LogError("failed to create path: " + folder + " with error: " + error.message());
-    }
-  }
-  const std::string eventPath = paths::Join(folder, getUniqueFileName());
-  const platform::Result<std::string> xml = platform::WritePropertyList(platform::Value(event));
-  if (const std::error_code error = xml ? WriteAtomically(eventPath, *xml) : xml.Error()) {
-    LogError("failed to write event: " + eventPath + " with error: " + error.message());
-  }
-  LogInfo("saved report to path: " + eventPath);
+  platform::Dictionary event = conversion::EventFromReport(report, type, sender_);
+  if (QueueEvent(event)) return std::nullopt;
+  return event;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,10 +32,15 @@ class Ingester {
   void setSessionGuid(const std::string& guid);
   // Schedules one worker run and returns at once.
   void runOnce();
-  // Queues the report's event on the calling thread, then schedules a run.
+  // Queues the report's event on the calling thread, then schedules a run. An event that cannot be queued, on a full
+  // disk for example, is posted by that run from memory, and queued after all when that fails and there is room by
+  // then.
   void submitReport(const std::string& path, const std::string& type);
   // Returns when every run has ended.
   void stop();
+
+  // How long a file may stay in the queue, or an unfinished one anywhere.
+  static constexpr std::chrono::hours lifeOfFiles{30 * 24};
 
   // The steps of a run. They touch no field of any object.
   static void cleanupExpiredFiles();
@@ -50,7 +56,9 @@ class Ingester {
   [[nodiscard]] static std::string getUniqueFileName();
 
  private:
-  void saveReport(const std::string& path, const std::string& type);
+  // The event when it could not be queued.
+  [[nodiscard]] std::optional<platform::Dictionary> saveReport(const std::string& path, const std::string& type);
+  void Schedule(std::optional<platform::Dictionary> unsaved);
 
   std::optional<platform::WorkerGroup> asyncGroup_;
   conversion::Sender sender_;

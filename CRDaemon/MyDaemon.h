@@ -171,6 +171,8 @@ class MyDaemon {
   void SetCrashPathFromNewHash();
   static void removeFile(const Text& path);
   void removeAdditionalDataFile();
+  // What killed daemons left of files in the making.
+  void RemoveUnfinishedFiles() const;
   // Any thread.
   void ClearCrashAndTempFiles();
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct ProcessValues {
   std::string isCRGeneratedReport = "0";
   std::string additionalHangFile;
   std::optional<std::string> disableCrashReporting;
+  std::set<std::string> refused;  // what the log has named already
   std::int32_t hangReportWaitCounter = 0;
   bool exitOnExitZero = false;
   bool unknownExitCode = false;

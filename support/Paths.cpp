@@ -1,6 +1,7 @@
 #include "support/Paths.h"
 
 #include "platform/Users.h"
+#include "support/Text.h"
 
 namespace paths {
 
@@ -50,6 +51,30 @@ std::optional<std::string> JoinPlain(std::string folder, std::initializer_list<s
 bool IsPlainComponent(std::string_view text) {
   return !text.empty() && text != "." && text != ".." &&
          text.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+std::string Shown(std::string_view path) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const bool isText = text::IsUtf8(path);
+  const auto isControl = [&](std::size_t at) {
+    const auto byte = static_cast<unsigned char>(path[at]);
+    if (byte < 0x80U) return byte < 0x20U || byte == 0x7FU;
+    if (!isText) return true;
+    // U+0080 to U+009F, both bytes of each.
+    const std::size_t first = byte == 0xC2U ? at : at - 1;
+    return path[first] == '\xC2' && static_cast<unsigned char>(path[first + 1]) < 0xA0U;
+  };
+  std::string shown;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    if (isControl(i)) {
+      const auto byte = static_cast<unsigned char>(path[i]);
+      shown.append("\\x") += digits[byte >> 4U];
+      shown += digits[byte & 15U];
+    } else {
+      shown += path[i];
+    }
+  }
+  return shown;
 }
 
 }  // namespace paths

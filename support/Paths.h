@@ -30,4 +30,8 @@ namespace paths {
 // Whether a text from outside may become one component of a path: not empty, not "." or "..", without "/" and NUL.
 [[nodiscard]] bool IsPlainComponent(std::string_view text);
 
+// As the log shows a path that somebody else made up: one line, with \xNN for control characters and, where the path is
+// no UTF-8, for every byte beyond ASCII.
+[[nodiscard]] std::string Shown(std::string_view path);
+
 }  // namespace paths
