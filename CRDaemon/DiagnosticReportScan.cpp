@@ -27,6 +27,7 @@ MyDaemon::Text MyDaemon::readDiagnosticReports(const std::string& folder, const 
   if (!FileSystemUtils::DoesPathExist(folder)) platform::MakeFolders(folder);
   auto entries = platform::Folder::Open(folder);
   if (!entries) {
+    if (entries.Error() == std::errc::not_a_directory) LogRefused(folder, entries.Error().message());
     LogIfRefused(folder, entries.Error());
     return std::nullopt;
   }

@@ -106,10 +106,11 @@ void Ingester::processReports(UploadRun& run) {
 }
 
 bool Ingester::processReport(const std::string& path, UploadRun& run) {
-  LogInfo("process report at path: " + path);
+  const std::string shown = paths::Shown(path);
+  LogInfo("process report at path: " + shown);
   const std::string lockPath = getLockPathForReportPath(path);
   platform::FileLock lock = platform::FileLock::Try(lockPath);
-  const std::string withError = lockPath + " with error: " + std::to_string(lock.errorNumber());
+  const std::string withError = paths::Shown(lockPath) + " with error: " + std::to_string(lock.errorNumber());
   switch (lock.state()) {
     case platform::FileLock::State::notCreated:
       LogError("failed to create lock file: " + withError);
@@ -123,6 +124,6 @@ bool Ingester::processReport(const std::string& path, UploadRun& run) {
   }
   const bool rc = DeliverEvent(path, run.http);
   lock.RemoveAndRelease();
-  LogInfo("processed report at path: " + path + " with rc: " + (rc ? "1" : "0"));
+  LogInfo("processed report at path: " + shown + " with rc: " + (rc ? "1" : "0"));
   return rc;
 }
