@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::int32_t secondsOfDay = 86400;
 constexpr std::int32_t daysOfLife = std::chrono::seconds(Ingester::lifeOfFiles).count() / secondsOfDay;
+// Where many daemons meet on a long queue, all of them would be more descriptors than a process may have.
+constexpr std::size_t refusedLocksKept = 16;
 
 std::optional<std::vector<std::string>> ListNames(const std::string& path) {
   auto folder = platform::Folder::Open(path);
@@ -34,6 +36,26 @@ bool DeliverEvent(const std::string& path, platform::HttpClient& http) {
   return true;
 }
 
+bool TakeLock(const std::string& path, UploadRun& run) {
+  if (run.lock && run.lock->MoveTo(path)) return true;
+  run.ReleaseLock();
+  platform::FileLock lock = platform::FileLock::Try(path);
+  const std::string withError = paths::Shown(path) + " with error: " + std::to_string(lock.errorNumber());
+  switch (lock.state()) {
+    case platform::FileLock::State::notCreated:
+      LogError("failed to create lock file: " + withError);
+      return false;
+    case platform::FileLock::State::notLocked:
+      LogError("failed to lock file: " + withError);
+      if (run.refusedLocks.size() < refusedLocksKept) run.refusedLocks.push_back(std::move(lock));
+      return false;
+    case platform::FileLock::State::held:
+      break;
+  }
+  run.lock.emplace(std::move(lock));
+  return true;
+}
+
 }  // namespace
 
 std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
@@ -48,6 +70,11 @@ std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
     LogError("failed to read event: " + paths::Shown(path) + " with error: " + bytes.Error().message());
   }
   return std::nullopt;
+}
+
+void UploadRun::ReleaseLock() {
+  if (lock) lock->RemoveAndRelease();
+  lock.reset();
 }
 
 void deleteFile(const std::string& path) {
@@ -108,22 +135,8 @@ void Ingester::processReports(UploadRun& run) {
 bool Ingester::processReport(const std::string& path, UploadRun& run) {
   const std::string shown = paths::Shown(path);
   LogInfo("process report at path: " + shown);
-  const std::string lockPath = getLockPathForReportPath(path);
-  platform::FileLock lock = platform::FileLock::Try(lockPath);
-  const std::string withError = paths::Shown(lockPath) + " with error: " + std::to_string(lock.errorNumber());
-  switch (lock.state()) {
-    case platform::FileLock::State::notCreated:
-      LogError("failed to create lock file: " + withError);
-      return false;
-    case platform::FileLock::State::notLocked:
-      LogError("failed to lock file: " + withError);
-      run.refusedLocks.push_back(std::move(lock));
-      return false;
-    case platform::FileLock::State::held:
-      break;
-  }
+  if (!TakeLock(getLockPathForReportPath(path), run)) return false;
   const bool rc = DeliverEvent(path, run.http);
-  lock.RemoveAndRelease();
   LogInfo("processed report at path: " + shown + " with rc: " + (rc ? "1" : "0"));
   return rc;
 }

@@ -81,7 +81,7 @@ void Ingester::Schedule(std::optional<platform::Dictionary> unsaved) {
   LogInfo("runOnce");
   asyncGroup_->Async([unsaved = std::move(unsaved)] {
     LogUncaught("runOnce block", [&unsaved] {
-      UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
+      UploadRun run{.http = upload::ServiceClient()};
       cleanupExpiredFiles();
       const bool isLeft = unsaved && !postToIngest(*unsaved, run.http);
       processReports(run);

@@ -13,10 +13,16 @@
 #include "platform/HttpClient.h"
 #include "platform/Workers.h"
 
-// What one worker run holds on to until its end.
+// What one worker run holds on to until its end. Of one thread.
 struct UploadRun {
   platform::HttpClient http;
-  std::vector<platform::FileLock> refusedLocks;  // of events that another run is posting
+  // Of events that another run is posting: some of them, since each has a descriptor.
+  std::vector<platform::FileLock> refusedLocks = {};
+  // Of the event that was seen to last. Its file is moved to the next one.
+  std::optional<platform::FileLock> lock = {};
+
+  ~UploadRun() { ReleaseLock(); }
+  void ReleaseLock();
 };
 
 // The outbox for crash events. A report becomes an event file in the queue; worker runs in the background expire old
@@ -45,6 +51,7 @@ class Ingester {
   // The steps of a run. They touch no field of any object.
   static void cleanupExpiredFiles();
   static void processReports(UploadRun& run);
+  // The event stays locked until the run sees to the next one, or ends.
   static bool processReport(const std::string& path, UploadRun& run);
 
   [[nodiscard]] static bool shouldProcessReport(const std::string& path);

@@ -132,6 +132,10 @@ class FileLock {
   [[nodiscard]] State state() const;
   // Why it is not held, as errno; 0 when it is.
   [[nodiscard]] int errorNumber() const;
+  // Only while held: the locked file now stands at `path` and nowhere else, without a moment in which it is not locked.
+  // False, with nothing changed, when something stands there. A file made anew for each of many locks costs more with
+  // every one that was removed before: a file system may look past all of them for a place.
+  [[nodiscard]] bool MoveTo(const std::string& path);
   // Only while held: removes the file, then lets go of it.
   void RemoveAndRelease();
 

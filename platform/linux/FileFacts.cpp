@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 namespace platform {
@@ -79,6 +80,10 @@ std::error_code NameUnnamed(int file, int folderDescriptor, const char* name) {
   if (linkat(AT_FDCWD, entry.c_str(), folderDescriptor, name, AT_SYMLINK_FOLLOW) == 0) return {};
   if (errno != ENOENT) return LastError();
   return linkat(file, "", folderDescriptor, name, AT_EMPTY_PATH) == 0 ? std::error_code() : LastError();
+}
+
+bool RenameToAbsent(int oldFolder, const char* oldName, int newFolder, const char* newName) {
+  return renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0;
 }
 
 bool SyncToDisk(int descriptor) { return fsync(descriptor) == 0; }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 
 // NSFileCreationDate and NSFileImmutable are these fields, but for the rounding of a date to a double, and are to be
 // had for whole paths only.
@@ -53,6 +54,10 @@ Result<Descriptor> OpenUnnamed(int /*folderDescriptor*/) { return std::errc::not
 
 std::error_code NameUnnamed(int /*file*/, int /*folderDescriptor*/, const char* /*name*/) {
   return std::make_error_code(std::errc::not_supported);
+}
+
+bool RenameToAbsent(int oldFolder, const char* oldName, int newFolder, const char* newName) {
+  return renameatx_np(oldFolder, oldName, newFolder, newName, RENAME_EXCL) == 0;
 }
 
 // An fsync alone leaves it in the drive's cache; some volumes know no more.

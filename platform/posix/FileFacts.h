@@ -28,6 +28,10 @@ extern const int searchFlags;
 // Its first name; EEXIST when something stands there.
 [[nodiscard]] std::error_code NameUnnamed(int file, int folderDescriptor, const char* name);
 
+// A rename that replaces nothing: false, with errno set, also where something stands under the new name and where the
+// file system cannot do it.
+[[nodiscard]] bool RenameToAbsent(int oldFolder, const char* oldName, int newFolder, const char* newName);
+
 // Returns when what was written would survive a power loss. False, with errno set, on failure.
 [[nodiscard]] bool SyncToDisk(int descriptor);
 

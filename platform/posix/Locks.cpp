@@ -8,6 +8,7 @@
 
 #include "platform/Files.h"
 #include "platform/posix/Descriptor.h"
+#include "platform/posix/FileFacts.h"
 
 namespace platform {
 namespace {
@@ -75,6 +76,15 @@ FileLock::~FileLock() = default;
 FileLock::State FileLock::state() const { return body_->state; }
 
 int FileLock::errorNumber() const { return body_->errorNumber; }
+
+bool FileLock::MoveTo(const std::string& path) {
+  auto place = Resolve(path);
+  if (!place || !StillStandsAt(body_->place, body_->file.Number())) return false;
+  const bool moved = RenameToAbsent(body_->place.folder.Number(), body_->place.name.c_str(), place->folder.Number(),
+                                    place->name.c_str());
+  if (moved) body_->place = std::move(*place);
+  return moved;
+}
 
 void FileLock::RemoveAndRelease() {
   unlinkat(body_->place.folder.Number(), body_->place.name.c_str(), 0);

@@ -144,6 +144,16 @@ TEST_F(Contract, OneHolderOfALockAtATime) {
   scene::MakeLink(Path("lock"), Path("link"));
   EXPECT_EQ(stateOf("link"), FileLock::State::notCreated);
 
+  auto moving = FileLock::Try(Path("lock"));
+  const auto taken = FileLock::Try(Path("taken"));
+  EXPECT_FALSE(moving.MoveTo(Path("taken")));
+  EXPECT_EQ(stateOf("lock"), FileLock::State::notLocked);
+  EXPECT_TRUE(moving.MoveTo(Path("moved")));
+  EXPECT_EQ(platform::KindOf(Path("lock")), FileKind::absent);
+  EXPECT_EQ(stateOf("moved"), FileLock::State::notLocked);
+  moving.RemoveAndRelease();
+  EXPECT_EQ(platform::KindOf(Path("moved")), FileKind::absent);
+
   std::optional<FileLock> stale = FileLock::Try(Path("lock"));
   ASSERT_FALSE(platform::RemoveFile(Path("lock")));
   const auto fresh = FileLock::Try(Path("lock"));
@@ -164,6 +174,7 @@ TEST_F(Contract, HoldersThatRemoveTheirLockNeverOverlap) {
         if (holders++ != 0) ++overlaps;
         std::this_thread::yield();
         --holders;
+        if (i % 2 == 0) static_cast<void>(lock.MoveTo(Path("lock" + std::to_string(i))));
         lock.RemoveAndRelease();
       }
     });

@@ -201,6 +201,11 @@ FileLock FileLock::Try(const std::string& path) {
 }
 FileLock::State FileLock::state() const { return body_->state; }
 int FileLock::errorNumber() const { return body_->errorNumber; }
+bool FileLock::MoveTo(const std::string& path) {
+  if (body_->Held() == nullptr || TheDisk().Find(path) != nullptr || TheDisk().Rename(body_->path, path)) return false;
+  body_->path = path;
+  return true;
+}
 void FileLock::RemoveAndRelease() {
   if (body_->Held() != nullptr) TheDisk().Remove(body_->path);
 }

@@ -126,11 +126,29 @@ TEST_F(Queue, LockOfSomebodyElseIsRespectedAndLeftInPlace) {
       "failed to lock file: /Users/anna/Library/Logs/CrashReporter/Ingest/crMacLog_A.log.lck with error: 11"));
 }
 
+TEST_F(Queue, RunHoldsTheLockOfOneEventAndAHandfulOfRefusedOnes) {
+  constexpr std::size_t events = 100;
+  for (std::size_t i = 0; i < events; ++i) {
+    const std::string path = std::string(queue) + "/crMacLog_" + std::to_string(i) + ".log";
+    machine_.disk.Put(path, Event("Photo"));
+    if (i % 2 == 0) machine_.disk.LockForSomebodyElse(path + ".lck");
+  }
+  {
+    UploadRun run{.http = upload::ServiceClient()};
+    Ingester::processReports(run);
+    EXPECT_LT(run.refusedLocks.size(), events / 4) << "a descriptor each";
+  }
+  EXPECT_EQ(machine_.posted.size(), events / 2);
+  EXPECT_EQ(machine_.disk.Names(queue).size(), events) << "an event and its lock for each one refused";
+}
+
 TEST_F(Queue, EventDeliveredByAnotherDaemonMeanwhileIsSkipped) {
   const std::string path = ProcessWide().REPORTS_DIR + "/crMacLog_A.log";
   machine_.disk.Put(queue + std::string("/other"));
-  UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
-  EXPECT_FALSE(Ingester::processReport(path, run));
+  {
+    UploadRun run{.http = upload::ServiceClient()};
+    EXPECT_FALSE(Ingester::processReport(path, run));
+  }
   EXPECT_TRUE(machine_.posted.empty());
   EXPECT_FALSE(machine_.disk.Has(lockFile));
   EXPECT_TRUE(machine_.Logged("processed report at path: " + path + " with rc: 0"));

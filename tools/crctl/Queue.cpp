@@ -145,7 +145,7 @@ Answer PostEvents(const std::vector<std::string>& ids) {
   Answer answer;
   Array events;
   std::size_t stayed = 0;
-  UploadRun run{.http = upload::ServiceClient(), .refusedLocks = {}};
+  UploadRun run{.http = upload::ServiceClient()};
   for (const std::string& path : chosen) {
     const Outcome outcome = PostOne(path, run);
     if (!outcome.isGone) ++stayed;
