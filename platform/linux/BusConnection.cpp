@@ -11,6 +11,8 @@ namespace {
 constexpr std::chrono::seconds firstBackOff{1};
 constexpr std::chrono::seconds lastBackOff{30};
 constexpr int messagesAPass = 256;
+// A message may be as large as 128 MiB: so many of them would keep the host's end waiting.
+constexpr std::chrono::milliseconds passLimit{50};
 
 std::string LocalAddresses(std::string_view addresses) {
   std::string local;
@@ -22,6 +24,14 @@ std::string LocalAddresses(std::string_view addresses) {
     local += address;
   }
   return local;
+}
+
+// A peer that calls us for ever and takes no answer would have the answers pile up here, to 100 MB and more: while one
+// waits to be sent, further calls get none.
+int OnMessage(sd_bus_message* message, void*, sd_bus_error*) noexcept {
+  const bool isCall = sd_bus_message_is_method_call(message, nullptr, nullptr) > 0;
+  const bool isBehind = (sd_bus_get_events(sd_bus_message_get_bus(message)) & POLLOUT) != 0;
+  return isCall && isBehind ? 1 : 0;
 }
 
 }  // namespace
@@ -57,12 +67,14 @@ bool BusConnection::Connect() {
   sd_bus* bus = nullptr;
   if (sd_bus_new(&bus) < 0) return false;
   bus_.reset(bus);
-  return sd_bus_set_address(bus, addresses_.c_str()) >= 0 && sd_bus_set_bus_client(bus, 1) >= 0 &&
-         sd_bus_negotiate_fds(bus, 0) >= 0 && sd_bus_start(bus) >= 0 && subscribe_(bus) >= 0;
+  return sd_bus_add_filter(bus, nullptr, OnMessage, nullptr) >= 0 && sd_bus_set_address(bus, addresses_.c_str()) >= 0 &&
+         sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_negotiate_fds(bus, 0) >= 0 && sd_bus_start(bus) >= 0 &&
+         subscribe_(bus) >= 0;
 }
 
 bool BusConnection::Process() {
-  for (int i = 0; i < messagesAPass; ++i) {
+  const auto end = Clock::now() + passLimit;
+  for (int i = 0; i < messagesAPass && (i == 0 || Clock::now() < end); ++i) {
     const int result = sd_bus_process(bus_.get(), nullptr);
     if (result < 0) return false;
     if (result == 0) break;

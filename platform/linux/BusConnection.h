@@ -27,7 +27,8 @@ class BusConnection {
   [[nodiscard]] pollfd Input() const;
   [[nodiscard]] std::optional<Clock::time_point> Deadline() const;
 
-  // Connects if that is due, else takes in what came: 256 messages at most, the rest at the next call.
+  // Connects if that is due, else takes in what came: 256 messages and some 50 ms at most, the rest at the next
+  // call.
   void Run();
 
  private:

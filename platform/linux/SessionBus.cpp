@@ -65,18 +65,20 @@ std::optional<std::string_view> ReadText(sd_bus_message* message, char type = 's
   return text;
 }
 
-// False when malformed. Entries that are too long or too many are passed over.
+// False when malformed. Entries that are too long are passed over, and so is all that follows the last one looked at:
+// to skip millions of them would keep everything else waiting.
 bool ReadUserInfo(sd_bus_message* message, UserInfo& userInfo) {
   if (sd_bus_message_enter_container(message, 'a', "{ss}") < 0) return false;
-  int entered = 0;
-  while ((entered = sd_bus_message_enter_container(message, 'e', "ss")) > 0) {
+  for (std::size_t entries = 0; entries < entriesLimit; ++entries) {
+    const int entered = sd_bus_message_enter_container(message, 'e', "ss");
+    if (entered <= 0) return entered == 0;
     const auto key = ReadText(message);
     const auto value = ReadText(message);
     if (!key || !value || sd_bus_message_exit_container(message) < 0) return false;
-    if (key->size() > textLimitBytes || value->size() > textLimitBytes || userInfo.size() == entriesLimit) continue;
+    if (key->size() > textLimitBytes || value->size() > textLimitBytes) continue;
     userInfo.insert_or_assign(std::string(*key), std::string(*value));
   }
-  return entered == 0;
+  return true;
 }
 
 std::optional<Notification> ReadNotification(sd_bus_message* message) {
