@@ -11,6 +11,9 @@ constexpr long silenceLimitSeconds = 60;
 constexpr long postLimitMilliseconds = 120'000;
 constexpr std::size_t answerLimitBytes = std::size_t{1} << 20U;
 
+// libcurl reports progress a dozen times for a post that takes no time, and once a second while it waits.
+constexpr auto lookPause = std::chrono::milliseconds(100);
+
 constexpr char systemCertificates[] = "/etc/ssl/certs/ca-certificates.crt";
 constexpr char loopbackHosts[] = "localhost,127.0.0.0/8,::1";
 
@@ -103,6 +106,10 @@ std::size_t CurlPoster::Receive(char*, std::size_t size, std::size_t count, void
 }
 
 int CurlPoster::Progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
-  pollfd peer{static_cast<CurlPoster*>(self)->peerSocket_, 0, 0};
+  auto& poster = *static_cast<CurlPoster*>(self);
+  const auto now = std::chrono::steady_clock::now();
+  if (now < poster.nextLook_) return 0;
+  poster.nextLook_ = now + lookPause;
+  pollfd peer{poster.peerSocket_, 0, 0};
   return poll(&peer, 1, 0) > 0 ? 1 : 0;
 }

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -35,6 +36,7 @@ class CurlPoster {
   std::unique_ptr<curl_slist, Cleanup> headers_;
   std::unique_ptr<CURL, Cleanup> easy_;
   int peerSocket_;
-  std::size_t receivedBytes_ = 0;  // of this answer's body
+  std::chrono::steady_clock::time_point nextLook_;  // at the peer
+  std::size_t receivedBytes_ = 0;                   // of this answer's body
   char error_[CURL_ERROR_SIZE] = {};
 };

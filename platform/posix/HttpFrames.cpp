@@ -18,6 +18,7 @@ using std::chrono::steady_clock;
 
 constexpr std::string_view timedOutMark = " timed-out";
 constexpr std::size_t numberBytes = 4;
+constexpr std::size_t firstPieceBytes = std::size_t{16} << 10U;
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
@@ -59,7 +60,7 @@ bool MustWait() { return errno == EAGAIN || errno == EINTR; }
 Result<std::string> ReceiveBytes(int socket, std::size_t size, Deadline deadline) {
   std::string bytes(size, '\0');
   for (std::size_t used = 0; used < size;) {
-    const ssize_t count = recv(socket, bytes.data() + used, size - used, MSG_DONTWAIT);
+    const ssize_t count = recv(socket, bytes.data() + used, size - used, deadline ? MSG_DONTWAIT : 0);
     if (count == 0 || (count < 0 && errno == ECONNRESET)) return std::errc::broken_pipe;
     if (count < 0 && !MustWait()) return LastError();
     if (count > 0) {
@@ -131,8 +132,11 @@ std::error_code SendBytes(int socket, std::string_view bytes, Deadline deadline)
 
 std::error_code SendFrame(int socket, std::string_view bytes, Deadline deadline) {
   if (bytes.size() > bodyLimitBytes) return std::make_error_code(std::errc::message_size);
-  const auto error = SendBytes(socket, EncodeNumber(static_cast<std::uint32_t>(bytes.size())), deadline);
-  return error ? error : SendBytes(socket, bytes, deadline);
+  // The count travels with what follows it, for the other side to wake up once.
+  const std::string_view first = bytes.substr(0, firstPieceBytes);
+  const auto number = EncodeNumber(static_cast<std::uint32_t>(bytes.size()));
+  const auto error = SendBytes(socket, std::string(number).append(first), deadline);
+  return error ? error : SendBytes(socket, bytes.substr(first.size()), deadline);
 }
 
 Result<std::uint32_t> ReceiveNumber(int socket, Deadline deadline) {
