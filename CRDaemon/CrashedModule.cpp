@@ -8,65 +8,69 @@
 
 #include "CRDaemon/CrashReporterPreferences.h"
 #include "support/Json.h"
+#include "support/JsonView.h"
 #include "support/Text.h"
 
 namespace crashedmodule {
 namespace {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::Value;
-
 constexpr std::string_view objectEnd = "}\n";
 constexpr std::string_view marker = "crashed::";
 constexpr std::size_t textUnitsRead = 1000;  // UTF-16
 constexpr std::int32_t noImage = -1;
+constexpr std::size_t queueBytes = std::size_t{64} << 10U;  // of all their lines
 
-template <typename T>
-const T* Member(const Dictionary& object, std::string_view key) {
-  const Value* value = object.Find(key);
-  return value == nullptr ? nullptr : value->As<T>();
+std::optional<std::string> TextMember(std::string_view object, std::string_view key) {
+  const auto member = json::MemberOf(object, key);
+  const platform::Value value = member ? json::ValueOf(*member) : platform::Value();
+  const auto* text = value.As<std::string>();
+  return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
-// The body up to the end of its images, closed again: what follows them may be cut off or of any shape.
-std::optional<Dictionary> BodyOf(std::string_view report) {
+// The body up to the end of its images, closed again: what follows them may be cut off or of any shape. None when it is
+// not JSON.
+std::optional<std::string> BodyOf(std::string_view report) {
   const std::size_t headerEnd = report.find(objectEnd);
   if (headerEnd == std::string_view::npos) return std::nullopt;
   const std::string_view rest = report.substr(headerEnd + objectEnd.size());
-  std::string body(rest.substr(0, rest.find(objectEnd)));
-  body += "}\n]\n}";
-  auto parsed = json::Parse(body, {"threads", "usedImages"});
-  if (auto* members = std::get_if<Dictionary>(&parsed)) return std::move(*members);
-  return std::nullopt;
+  constexpr std::string_view closing = "}\n]\n}";
+  const std::string_view cut = rest.substr(0, rest.find(objectEnd));
+  std::string body;
+  body.reserve(cut.size() + closing.size());
+  body.append(cut).append(closing);
+  if (std::holds_alternative<json::Error>(json::Parse(body, {}))) return std::nullopt;
+  return body;
 }
 
-std::int32_t FirstImageIndex(const Array& frames) {
-  for (const Value& frame : frames) {
-    const auto* members = frame.As<Dictionary>();
-    const Value* index = members == nullptr ? nullptr : members->Find("imageIndex");
-    if (index != nullptr) return preferences::IntegerOf(*index);
+std::int32_t FirstImageIndex(std::string_view frames) {
+  json::Elements elements(frames);
+  while (const auto frame = elements.Next()) {
+    if (const auto index = json::MemberOf(*frame, "imageIndex")) return preferences::IntegerOf(json::ValueOf(*index));
   }
   return noImage;
 }
 
 // Adds the queues of the threads that crashed, up to the first with frames, and returns the image of its first one.
-std::int32_t AddQueues(const Array& threads, std::string& lines) {
-  for (const Value& thread : threads) {
-    const auto* members = thread.As<Dictionary>();
-    if (members == nullptr || members->Find("triggered") == nullptr) continue;
-    if (const auto* queue = Member<std::string>(*members, "queue")) lines += text::Trim(*queue) + "\n";
-    if (const auto* frames = Member<Array>(*members, "frames")) return FirstImageIndex(*frames);
+std::int32_t AddQueues(std::string_view threads, std::string& lines) {
+  json::Elements elements(threads);
+  while (const auto thread = elements.Next()) {
+    if (!json::MemberOf(*thread, "triggered")) continue;
+    if (const auto queue = TextMember(*thread, "queue"); queue && lines.size() < queueBytes) {
+      lines += text::Trim(*queue) + "\n";
+    }
+    const auto frames = json::MemberOf(*thread, "frames");
+    if (frames && json::IsArray(*frames)) return FirstImageIndex(*frames);
   }
   return noImage;
 }
 
-std::string ModuleOfImage(const Dictionary& body, std::int32_t index) {
-  const auto* images = Member<Array>(body, "usedImages");
-  if (index < 0 || images == nullptr || images->size() <= static_cast<std::size_t>(index)) return "";
-  const auto* image = (*images)[static_cast<std::size_t>(index)].As<Dictionary>();
-  if (image == nullptr) return "";
+std::string ModuleOfImage(std::string_view images, std::int32_t index) {
+  if (index < 0) return "";
+  json::Elements elements(images);
+  auto image = elements.Next();
+  while (image && index-- > 0) image = elements.Next();
   for (const char* key : {"CFBundleIdentifier", "name"}) {
-    if (const auto* module = Member<std::string>(*image, key)) return text::Trim(*module);
+    if (const auto module = image ? TextMember(*image, key) : std::nullopt) return text::Trim(*module);
   }
   return "";
 }
@@ -89,11 +93,13 @@ std::optional<std::string_view> FromMarker(std::string_view report) {
 
 std::optional<std::string> LinesFromJson(std::string_view report) {
   const auto body = BodyOf(report);
-  const auto* threads = body ? Member<Array>(*body, "threads") : nullptr;
-  if (threads == nullptr) return std::nullopt;
+  if (!body) return std::nullopt;
+  const std::string_view members = json::View(*body);
+  const auto threads = json::MemberOf(members, "threads");
+  if (!threads || !json::IsArray(*threads)) return std::nullopt;
   std::string lines;
   const std::int32_t image = AddQueues(*threads, lines);
-  return lines + ModuleOfImage(*body, image) + "\n";
+  return lines + ModuleOfImage(json::MemberOf(members, "usedImages").value_or(""), image) + "\n";
 }
 
 std::string LinesFromText(std::string_view report) {

@@ -68,6 +68,12 @@ std::optional<std::string> ReadReportText(const std::string& path) {
   return AcceptReportText(path, platform::ReadFile(path, platform::reportLimitBytes));
 }
 
+bool ReadReportPieces(const std::string& path, const std::function<void(std::string_view)>& take) {
+  const std::error_code error = platform::ReadPieces(path, platform::reportLimitBytes, take);
+  LogIfRefused(path, error);
+  return !error;
+}
+
 std::optional<std::string> FirstExisting(std::initializer_list<std::string> candidates) {
   for (const std::string& path : candidates) {
     const platform::FileKind kind = platform::KindOf(path);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "platform/Result.h"
@@ -30,6 +32,8 @@ void LogIfRefused(const std::string& path, std::error_code error);
 // over 64 MiB) is named in the log.
 [[nodiscard]] std::optional<std::string> AcceptReportText(const std::string& path, platform::Result<std::string> bytes);
 [[nodiscard]] std::optional<std::string> ReadReportText(const std::string& path);
+// Its bytes piece by piece; false when what was handed over is not the whole of them.
+[[nodiscard]] bool ReadReportPieces(const std::string& path, const std::function<void(std::string_view)>& take);
 
 // The first that exists. What is no regular file is named in the log, and the next one looked for.
 [[nodiscard]] std::optional<std::string> FirstExisting(std::initializer_list<std::string> candidates);

@@ -27,6 +27,13 @@ void LogUncaught(const char* name, Operation operation, CodePlace place = {__bui
   }
 }
 
+// A report that cannot be read still makes an event: that the host crashed is worth knowing.
+platform::Dictionary EventOf(const std::string& path, const std::string& type, const conversion::Sender& sender) {
+  conversion::Converter converter(type, sender);
+  const bool isWhole = ReadReportPieces(path, [&converter](std::string_view piece) { converter.Feed(piece); });
+  return isWhole ? converter.Finish() : conversion::EventFromReport("", type, sender);
+}
+
 // True when it stands in the queue. That its folder could not be synced is said in the log, but is no reason to post
 // the event from memory too.
 bool QueueEvent(const platform::Dictionary& event) {
@@ -106,11 +113,9 @@ std::string Ingester::getUniqueFileName() {
   return std::string(names::eventFilePrefix) + "_" + NewGuid() + "." + names::eventFileSuffix;
 }
 
-// A report that cannot be read still makes an event: that the host crashed is worth knowing.
 std::optional<platform::Dictionary> Ingester::saveReport(const std::string& path, const std::string& type) {
   LogInfo("save report from path: " + path);
-  const std::string report = ReadReportText(path).value_or("");
-  platform::Dictionary event = conversion::EventFromReport(report, type, sender_);
+  platform::Dictionary event = EventOf(path, type, sender_);
   if (QueueEvent(event)) return std::nullopt;
   return event;
 }

@@ -1,9 +1,11 @@
 #include "CRDaemon/ReportConversion.h"
 
+#include <algorithm>
 #include <chrono>
-#include <initializer_list>
 #include <stdexcept>
 #include <unordered_map>
+#include <utility>
+#include <variant>
 
 #include "support/Dates.h"
 #include "support/Guid.h"
@@ -22,6 +24,16 @@ struct TextRow {
   const char* eventKey;
   Handler handler;
 };
+
+// What one value may take up in the event's file, as XML: all of them together stay far below what the queue takes, so
+// that no report costs us its event.
+constexpr std::size_t valueBytes = std::size_t{64} << 10U;
+constexpr std::size_t tagBytes = 64;  // around each value and key, amply
+constexpr json::Limits memberLimits = {.values = valueBytes / tagBytes, .bytes = valueBytes + 4, .levels = 64};
+constexpr std::size_t lineBytes = 2 * valueBytes;
+constexpr auto uidKey = "CF$UID";
+
+void LogTooLarge(std::string_view member) { LogError("report member is too large: " + std::string(member)); }
 
 std::string EventValueOfType(std::string_view type) {
   if (type == "0") return "abnormal:crash";
@@ -44,7 +56,9 @@ void translateKeyValueFromTextReportLine(std::string_view line, Dictionary& even
       {"OS Version", {"source.os_version", handleOSVersion}},
   };
 
-  const std::size_t colon = line.find(':');
+  constexpr std::size_t longestKey = 29;
+
+  const std::size_t colon = line.substr(0, longestKey + 1).find(':');
   if (colon == std::string_view::npos) return;
   const auto row = TEXT_REPORT_TRANSLATION.find(line.substr(0, colon));
   if (row == TEXT_REPORT_TRANSLATION.end()) return;
@@ -53,18 +67,55 @@ void translateKeyValueFromTextReportLine(std::string_view line, Dictionary& even
   setObject(event, eventKey, handler == nullptr ? value : handler(value, event));
 }
 
-void AddTextReport(std::string_view report, Dictionary& event) {
-  for (const std::string_view line : text::Split(report, '\n')) translateKeyValueFromTextReportLine(line, event);
+// Whether a key of the table begins so. Of most lines of a report there is nothing else to be known.
+bool MayBeginKey(char character) {
+  switch (character) {
+    case 'C':
+    case 'D':
+    case 'E':
+    case 'L':
+    case 'M':
+    case 'O':
+    case 'P':
+    case 'S':
+    case 'U':
+      return true;
+    default:
+      return false;
+  }
 }
 
-Dictionary ParseDocument(std::string_view text, std::initializer_list<std::string_view> members, const char* which) {
-  auto parsed = json::Parse(text, members);
-  if (const auto* error = std::get_if<json::Error>(&parsed)) {
-    LogError(std::string("failed to parse ") + which + " json with error: " + error->description);
-    return {};
+class TextReport {
+ public:
+  void Feed(std::string_view piece) {
+    for (std::size_t end; (end = piece.find('\n')) != std::string_view::npos; piece.remove_prefix(end + 1)) {
+      if (begun_.empty()) {
+        TakeLine(piece.substr(0, end));
+      } else {
+        Begin(piece.substr(0, end));
+        TakeLine(begun_);
+        begun_.clear();
+      }
+    }
+    Begin(piece);
   }
-  return std::move(std::get<Dictionary>(parsed));
-}
+
+  void AddTo(Dictionary& event) {
+    TakeLine(begun_);
+    for (const auto& [key, value] : fields_) event.Set(key, value);
+  }
+
+ private:
+  void TakeLine(std::string_view line) {
+    if (!line.empty() && MayBeginKey(line.front())) translateKeyValueFromTextReportLine(line, fields_);
+  }
+
+  // A value is cut anyway, long before this.
+  void Begin(std::string_view part) { begun_ += part.substr(0, lineBytes - std::min(begun_.size(), lineBytes)); }
+
+  Dictionary fields_;
+  std::string begun_;  // a line that the next piece goes on with
+};
 
 // A property list holds no null; a member that is one counts as missing, at any depth.
 std::optional<Value> WithoutNulls(const Value& value) {
@@ -77,9 +128,13 @@ std::optional<Value> WithoutNulls(const Value& value) {
     return Value(std::move(kept));
   }
   if (const auto* dictionary = value.As<Dictionary>()) {
-    Dictionary kept;
-    for (const auto& [key, member] : *dictionary) setObject(kept, key, WithoutNulls(member));
-    return Value(std::move(kept));
+    // That would come back as something that no JSON holds.
+    if (dictionary->Find(uidKey) != nullptr) return std::nullopt;
+    Dictionary::Members kept;
+    for (const auto& [key, member] : *dictionary) {
+      if (auto whole = WithoutNulls(member)) kept.emplace_back(key, std::move(*whole));
+    }
+    return Value(Dictionary(std::move(kept)));
   }
   return value;
 }
@@ -108,22 +163,56 @@ const Dictionary& ExceptionOf(const Dictionary& body) {
   return none;
 }
 
-void AddJsonReport(std::string_view report, Dictionary& event) {
-  const std::size_t newline = report.find('\n');
-  if (newline == std::string_view::npos) throw std::out_of_range("JSON report of a single line");
-  const Dictionary header = ParseDocument(report.substr(0, newline), {"os_version"}, "first");
-  const Dictionary body =
-      ParseDocument(report.substr(newline), {"modelCode", "captureTime", "procLaunch", "exception"}, "second");
+class JsonReport {
+ public:
+  void Feed(std::string_view piece) {
+    if (!isBody_) {
+      const std::size_t newline = piece.find('\n');
+      header_.Write(piece.substr(0, newline));
+      if (newline == std::string_view::npos) return;
+      isBody_ = true;
+      piece.remove_prefix(newline);
+    }
+    body_.Write(piece);
+  }
 
-  const Dictionary& exception = ExceptionOf(body);
-  SetMember(exception, "type", event, "event.error_type");
-  SetMember(exception, "signal", event, "event.error_code");
-  SetMember(exception, "subtype", event, "event.error_desc");
-  SetMember(body, "modelCode", event, "source.device");
-  SetHandled(header, "os_version", event, "source.os_version", handleOSVersion);
-  SetHandled(body, "captureTime", event, "event.dts_end", handleTimeStamp);
-  SetHandled(body, "procLaunch", event, "event.dts_start", handleTimeStamp);
-}
+  // Throws as EventFromReport does.
+  void AddTo(Dictionary& event) {
+    if (!isBody_) throw std::out_of_range("JSON report of a single line");
+    const Dictionary header = DocumentOf(header_, "first");
+    const Dictionary body = DocumentOf(body_, "second");
+
+    const Dictionary& exception = ExceptionOf(body);
+    SetMember(exception, "type", event, "event.error_type");
+    SetMember(exception, "signal", event, "event.error_code");
+    SetMember(exception, "subtype", event, "event.error_desc");
+    SetMember(body, "modelCode", event, "source.device");
+    SetHandled(header, "os_version", event, "source.os_version", handleOSVersion);
+    SetHandled(body, "captureTime", event, "event.dts_end", handleTimeStamp);
+    SetHandled(body, "procLaunch", event, "event.dts_start", handleTimeStamp);
+  }
+
+ private:
+  static Dictionary DocumentOf(json::Parser& parser, const char* which) {
+    auto parsed = parser.Finish();
+    if (const auto* error = std::get_if<json::Error>(&parsed)) {
+      LogError(std::string("failed to parse ") + which + " json with error: " + error->description);
+      return {};
+    }
+    for (const std::string_view member : parser.LeftOut()) LogTooLarge(member);
+    return std::move(std::get<Dictionary>(parsed));
+  }
+
+  json::Parser header_{{{"os_version"}}, memberLimits};
+  json::Parser body_{{{"modelCode"},
+                      {"captureTime"},
+                      {"procLaunch"},
+                      {"exception", "type"},
+                      {"exception", "signal"},
+                      {"exception", "subtype"}},
+                     memberLimits};
+  bool isBody_ = false;
+};
 
 std::optional<platform::Time> TimeOf(const Dictionary& event, const char* key) {
   const Value* value = event.Find(key);
@@ -137,6 +226,53 @@ void AddDuration(Dictionary& event) {
   const auto end = TimeOf(event, "event.dts_end");
   if (!start || !end) return;
   event.Set("event.count", std::to_string(std::chrono::duration<double>(*end - *start).count()));
+}
+
+std::size_t XmlBytes(char character) { return character == '&' ? 5 : character == '<' || character == '>' ? 4 : 1; }
+
+// As much of it as a value may take up, in whole characters.
+std::string_view Cut(std::string_view text) {
+  std::size_t end = 0;
+  for (std::size_t bytes = 0; end < text.size(); ++end) {
+    bytes += XmlBytes(text[end]);
+    if (bytes > valueBytes) break;
+  }
+  const auto isInside = [&] { return (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U; };
+  while (end > 0 && end < text.size() && isInside()) --end;
+  return text.substr(0, end);
+}
+
+std::size_t XmlBytes(const Value& value) {
+  std::size_t bytes = tagBytes;
+  const auto add = [&bytes](std::string_view text) {
+    for (const char character : text) bytes += XmlBytes(character);
+  };
+  if (const auto* text = value.As<std::string>()) add(*text);
+  if (const auto* array = value.As<platform::Array>()) {
+    for (const Value& element : *array) bytes += XmlBytes(element);
+  }
+  if (const auto* dictionary = value.As<Dictionary>()) {
+    for (const auto& [key, member] : *dictionary) {
+      add(key);
+      bytes += tagBytes + XmlBytes(member);
+    }
+  }
+  return bytes;
+}
+
+// A text is cut to what the event's file can hold; anything else too large for it is left out.
+Dictionary Fitting(const Dictionary& event) {
+  Dictionary fitting;
+  for (const auto& [key, value] : event) {
+    if (const auto* text = value.As<std::string>()) {
+      fitting.Set(key, Cut(*text));
+    } else if (XmlBytes(value) <= valueBytes) {
+      fitting.Set(key, value);
+    } else {
+      LogTooLarge(key);
+    }
+  }
+  return fitting;
 }
 
 }  // namespace
@@ -175,23 +311,54 @@ std::optional<std::string> handlePublisher(const std::string& value, Dictionary&
   return "Received signal from " + value;
 }
 
-Dictionary EventFromReport(std::string_view report, std::string_view type, const Sender& sender) {
-  Dictionary event = {
-      {"source.name", sender.appName},
-      {"source.version", sender.appVersion},
-      {"env.fw.version", sender.crashReporterVersion},
-      {"event.session_guid", sender.sessionGuid},
-      {"event.user_guid", sender.userGuid},
-      {"event.guid", getNewGuid()},
-      {"event.value", EventValueOfType(type)},
-  };
-  if (report.substr(0, 1) == "{") {
-    AddJsonReport(report, event);
-  } else {
-    AddTextReport(report, event);
+struct Converter::Body {
+  Dictionary event;  // as far as the sender is concerned
+  text::Utf8Check check;
+  std::variant<std::monostate, TextReport, JsonReport> report;
+};
+
+Converter::Converter(std::string_view type, const Sender& sender)
+    : body_(new Body{{{"source.name", sender.appName},
+                      {"source.version", sender.appVersion},
+                      {"env.fw.version", sender.crashReporterVersion},
+                      {"event.session_guid", sender.sessionGuid},
+                      {"event.user_guid", sender.userGuid},
+                      {"event.guid", getNewGuid()},
+                      {"event.value", EventValueOfType(type)}},
+                     {},
+                     {}}) {}
+
+Converter::~Converter() = default;
+
+void Converter::Feed(std::string_view piece) {
+  if (piece.empty()) return;
+  body_->check.Feed(piece);
+  auto& report = body_->report;
+  if (std::holds_alternative<std::monostate>(report)) {
+    if (piece.front() == '{') {
+      report.emplace<JsonReport>();
+    } else {
+      report.emplace<TextReport>();
+    }
+  }
+  if (auto* json = std::get_if<JsonReport>(&report)) json->Feed(piece);
+  if (auto* text = std::get_if<TextReport>(&report)) text->Feed(piece);
+}
+
+Dictionary Converter::Finish() {
+  Dictionary& event = body_->event;
+  if (body_->check.IsWellFormed()) {
+    if (auto* json = std::get_if<JsonReport>(&body_->report)) json->AddTo(event);
+    if (auto* text = std::get_if<TextReport>(&body_->report)) text->AddTo(event);
   }
   AddDuration(event);
-  return event;
+  return Fitting(event);
+}
+
+Dictionary EventFromReport(std::string_view report, std::string_view type, const Sender& sender) {
+  Converter converter(type, sender);
+  converter.Feed(report);
+  return converter.Finish();
 }
 
 }  // namespace conversion

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,8 +19,28 @@ struct Sender {
   std::string userGuid;
 };
 
-// `report` is the file's text, `type` its decimal kind. What is missing or malformed stays unset; broken JSON and
-// values of the wrong kind are logged. Throws std::out_of_range for a JSON report of a single line.
+// Turns a report into its event while the report is being read. What is missing or malformed stays unset; broken JSON,
+// values of the wrong kind and values too large for an event are logged. A text of more than 64 KiB is cut. A report
+// that is not UTF-8 counts as empty.
+class Converter {
+ public:
+  // `type` is the report's decimal kind.
+  Converter(std::string_view type, const Sender& sender);
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+  ~Converter();
+
+  // The report's bytes, in pieces of any size.
+  void Feed(std::string_view piece);
+  // Once. Throws std::out_of_range for a JSON report of a single line.
+  [[nodiscard]] platform::Dictionary Finish();
+
+ private:
+  struct Body;
+  std::unique_ptr<Body> body_;
+};
+
+// A report in one piece; throws as Finish does.
 [[nodiscard]] platform::Dictionary EventFromReport(std::string_view report, std::string_view type,
                                                    const Sender& sender);
 

@@ -41,11 +41,8 @@ platform::Time MinutesBefore(platform::Time now, std::int32_t minutes) { return 
 
 bool HasBinaryImage(std::string_view report, std::string_view binaryImageName) {
   const std::size_t images = report.find("Binary Images");
-  if (images == std::string_view::npos) return false;
-  for (const std::string_view line : text::Split(report.substr(images), '\n')) {
-    if (text::Contains(line, binaryImageName)) return true;
-  }
-  return false;
+  if (images == std::string_view::npos || binaryImageName.find('\n') != std::string_view::npos) return false;
+  return text::Contains(report.substr(images), binaryImageName);
 }
 
 }  // namespace reports

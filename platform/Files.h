@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +31,10 @@ enum class FileKind { absent, regular, folder, other };
 // The whole of a regular file. What the guard refuses is ELOOP (a link), EISDIR, ENODEV (FIFO, socket, device), EFBIG
 // or, for root, EMLINK: a file with several names, here in a folder of somebody else than its owner.
 [[nodiscard]] Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes);
+// The same, piece by piece in memory that is used again: no more is held of it than one piece. After an error, what was
+// handed over is not the whole.
+[[nodiscard]] std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
+                                         const std::function<void(std::string_view)>& take);
 // Whether the guard, and not the system, kept a file from being read.
 [[nodiscard]] inline bool IsRefusal(std::error_code error) {
   return error == std::errc::too_many_symbolic_link_levels || error == std::errc::is_a_directory ||

@@ -21,10 +21,15 @@ namespace platform {
 
 class Value;
 
-// Keys in the order in which they were first set; a key stands once.
+// Keys in the order in which they were first set; a key stands once. Made for few members: what looks for a key reads
+// them all.
 class Dictionary {
  public:
+  using Members = std::vector<std::pair<std::string, Value>>;
+
   Dictionary();
+  // As if they were set one after the other, for any number of them.
+  explicit Dictionary(Members members);
   Dictionary(std::initializer_list<std::pair<std::string, Value>> members);
 
   // Owned by the dictionary, valid until it changes; null when absent.
@@ -41,7 +46,7 @@ class Dictionary {
   friend bool operator==(const Dictionary& left, const Dictionary& right);
 
  private:
-  std::vector<std::pair<std::string, Value>> members_;
+  Members members_;
 };
 
 using Array = std::vector<Value>;
@@ -86,7 +91,7 @@ class Value {
 };
 
 // XML or binary, from untrusted bytes: EFBIG over 4 MiB, EINVAL for what does not parse, nests deeper than 128 levels,
-// or unfolds into more than 4 MiB or 16,384 keys and values.
+// or unfolds into more than 4 MiB or 8,192 keys and values.
 [[nodiscard]] Result<Value> ParsePropertyList(std::string_view bytes);
 
 // XML, format version 1.0, in whole seconds where there are dates. EINVAL for a tree that holds a null and for one that

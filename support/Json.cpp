@@ -1,19 +1,12 @@
 #include "support/Json.h"
 
 #include <algorithm>
-#include <array>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/src.hpp>
-#include <chrono>
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <utility>
-#include <vector>
-
-#include "support/Text.h"
 
 namespace json {
 
@@ -26,10 +19,12 @@ using platform::Dictionary;
 using platform::Value;
 
 constexpr std::size_t parsedLevels = 512;
-constexpr std::size_t writtenLevels = 1000;
-// What a hostile document can make us hold, and, since a dictionary looks its keys up one by one, compare.
-constexpr std::size_t keptValues = 4'000'000;
-constexpr std::size_t membersOfAKeptObject = 256;
+// Far more digits than make a difference to a double.
+constexpr std::size_t digitsKept = 4096;
+// A key longer than that names none of the members asked for.
+constexpr std::size_t nameBytes = 256;
+// Below it, the parser's own conversion is good enough to tell that a number is no infinity.
+constexpr double surelyFinite = 1e300;
 
 // Receives the parser's events and builds the members kept. What the parser expects of it is in snake case.
 class Builder {
@@ -39,47 +34,67 @@ class Builder {
   static constexpr std::size_t max_string_size = SIZE_MAX;
   static constexpr std::size_t max_key_size = SIZE_MAX;
 
-  explicit Builder(std::initializer_list<std::string_view> keep) : keep_(keep) {}
+  Builder(std::vector<Member> keep, Limits limits) : keep_(std::move(keep)), limits_(limits) {}
 
-  [[nodiscard]] Dictionary TakeDocument() { return std::get<Dictionary>(std::move(open_.front().value)); }
+  [[nodiscard]] Dictionary TakeDocument() { return TakeDictionary(open_.front()); }
+  [[nodiscard]] const std::vector<std::string_view>& LeftOut() const { return leftOut_; }
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
 
   bool on_array_begin(error_code& code) { return Begin(Array(), code); }
-  bool on_array_end(std::size_t, error_code& code) { return End(code); }
-  bool on_object_begin(error_code& code) { return Begin(Dictionary(), code); }
-  bool on_object_end(std::size_t, error_code& code) { return End(code); }
+  bool on_array_end(std::size_t, error_code&) { return End(); }
+  bool on_object_begin(error_code& code) { return Begin(Members(), code); }
+  bool on_object_end(std::size_t, error_code&) { return End(); }
 
   bool on_key_part(std::string_view part, std::size_t, error_code&) {
-    if (IsKeyOfInterest()) text_ += part;
+    if (skipped_ > 0) return true;
+    if (open_.size() == memberLevel_) part = part.substr(0, nameBytes - std::min(text_.size(), nameBytes));
+    if (SpendBytes(part.size())) text_ += part;
     return true;
   }
   bool on_key(std::string_view part, std::size_t size, error_code& code) {
+    if (skipped_ > 0) return true;
     on_key_part(part, size, code);
-    if (level_ == 1) building_ = std::find(keep_.begin(), keep_.end(), text_) != keep_.end();
-    if (building_) open_.back().key.swap(text_);
+    if (skipped_ == 0) BeginMember();
     text_.clear();
     return true;
   }
 
   bool on_string_part(std::string_view part, std::size_t, error_code&) {
-    if (building_) text_ += part;
+    if (skipped_ > 0 || !wanted_) return true;
+    // It is all of the member: what fits of it still tells something.
+    if (open_.size() == memberLevel_) part = part.substr(0, limits_.bytes - bytes_);
+    if (SpendBytes(part.size())) text_ += part;
     return true;
   }
   bool on_string(std::string_view part, std::size_t size, error_code& code) {
     on_string_part(part, size, code);
-    return Add(std::exchange(text_, std::string()), code);
+    const bool added = Add(std::move(text_), code);
+    text_.clear();
+    return added;
   }
 
-  // The document comes in one piece, so that no number is cut.
-  bool on_number_part(std::string_view, error_code&) { return true; }
-  bool on_int64(std::int64_t number, std::string_view, error_code& code) { return Add(number, code); }
-  bool on_uint64(std::uint64_t number, std::string_view, error_code& code) { return Add(number, code); }
-  // From the digits: the parser's own conversion is one bit off for many of them.
-  bool on_double(double, std::string_view digits, error_code& code) {
-    const double number = std::strtod(std::string(digits).c_str(), nullptr);
-    if (!std::isfinite(number)) return Fail(error::exponent_overflow, code);
+  bool on_number_part(std::string_view part, error_code&) {
+    digits_ += part.substr(0, digitsKept - std::min(digits_.size(), digitsKept));
+    return true;
+  }
+  bool on_int64(std::int64_t number, std::string_view, error_code& code) {
+    digits_.clear();
+    return Add(number, code);
+  }
+  bool on_uint64(std::uint64_t number, std::string_view, error_code& code) {
+    digits_.clear();
+    return Add(number, code);
+  }
+  bool on_double(double number, std::string_view part, error_code& code) {
+    if (IsWanted() || !(std::abs(number) < surelyFinite)) {
+      on_number_part(part, code);
+      // From the digits: the parser's own conversion is one bit off for many of them.
+      if (digits_.size() < digitsKept) number = std::strtod(digits_.c_str(), nullptr);
+      if (!std::isfinite(number)) return Fail(error::exponent_overflow, code);
+    }
+    digits_.clear();
     return Add(number, code);
   }
   bool on_bool(bool truth, error_code& code) { return Add(truth, code); }
@@ -89,9 +104,10 @@ class Builder {
   bool on_comment(std::string_view, error_code&) { return true; }
 
  private:
+  using Members = std::vector<std::pair<std::string, Value>>;
   // An array or object being built, and the key that its next member will have.
   struct Container {
-    Value::State value;
+    std::variant<Array, Members> content;
     std::string key;
   };
 
@@ -100,138 +116,175 @@ class Builder {
     return false;
   }
 
-  bool IsKeyOfInterest() const { return level_ == 1 || building_; }
+  static Dictionary TakeDictionary(Container& container) {
+    return Dictionary(std::move(std::get<Members>(container.content)));
+  }
 
-  bool Begin(Value::State empty, error_code& code) {
-    if (level_ == 0 && !std::holds_alternative<Dictionary>(empty)) return Fail(error::not_object, code);
-    ++level_;
-    if (level_ == 1 || building_) open_.push_back({std::move(empty), {}});
+  [[nodiscard]] bool IsWanted() const { return skipped_ == 0 && wanted_; }
+
+  // Of the outermost object, or of one of which only some members are kept.
+  void BeginMember() {
+    const std::size_t level = open_.size();
+    if (level == 1) {
+      outer_ = keep_.end();
+      memberLevel_ = 1;
+    }
+    if (level == memberLevel_) {
+      const auto kept = std::find_if(keep_.begin(), keep_.end(), [&](const Member& member) {
+        return level == 1 ? member.name == text_ : member.name == outer_->name && member.inner == text_;
+      });
+      wanted_ = kept != keep_.end();
+      values_ = 0;
+      bytes_ = 0;
+      if (level == 1) outer_ = kept;
+    }
+    if (wanted_) open_.back().key.swap(text_);
+  }
+
+  bool Begin(std::variant<Array, Members> empty, error_code& code) {
+    const bool isObject = std::holds_alternative<Members>(empty);
+    if (open_.empty() && !isObject) return Fail(error::not_object, code);
+    const bool isFiltered = open_.size() == 1 && IsWanted() && !outer_->inner.empty();
+    if (!IsWanted() || (!isFiltered && !open_.empty() && !SpendValue(open_.size() - memberLevel_ + 1))) {
+      ++skipped_;
+      return true;
+    }
+    open_.push_back({std::move(empty), {}});
+    if (isFiltered) {
+      memberLevel_ = 2;
+      // Of an array in that place, nothing is kept.
+      wanted_ = isObject;
+    }
     return true;
   }
 
-  bool End(error_code& code) {
-    --level_;
-    if (level_ == 0 || !building_) return true;
-    Value::State complete = std::move(open_.back().value);
-    open_.pop_back();
-    return Add(std::move(complete), code);
-  }
-
-  bool Add(Value::State value, error_code& code) {
-    if (level_ == 0) return Fail(error::not_object, code);
-    if (!building_) return true;
-    if (++kept_ > keptValues) return Fail(error::array_too_large, code);
-    Container& container = open_.back();
-    if (auto* array = std::get_if<Array>(&container.value)) {
-      array->emplace_back(std::move(value));
+  bool End() {
+    if (skipped_ > 0) {
+      --skipped_;
       return true;
     }
-    auto& object = std::get<Dictionary>(container.value);
-    object.Set(std::exchange(container.key, {}), std::move(value));
-    return object.size() <= membersOfAKeptObject || Fail(error::object_too_large, code);
+    if (open_.size() == 1) return true;
+    Container complete = std::move(open_.back());
+    open_.pop_back();
+    if (open_.size() < memberLevel_) memberLevel_ = 1;
+    if (auto* array = std::get_if<Array>(&complete.content)) {
+      Store(Value(Value::State(std::move(*array))));
+    } else {
+      Store(Value(Value::State(TakeDictionary(complete))));
+    }
+    wanted_ = true;
+    return true;
   }
 
-  const std::initializer_list<std::string_view> keep_;
-  std::vector<Container> open_;  // the first is the document itself
-  std::size_t level_ = 0;        // of the containers open, built or not
-  std::size_t kept_ = 0;
-  bool building_ = false;  // inside a member that is kept
-  std::string text_;       // the parts of a key or text so far
+  template <typename T>
+  bool Add(T value, error_code& code) {
+    if (open_.empty()) return Fail(error::not_object, code);
+    if (IsWanted() && SpendValue(0)) Store(Value(Value::State(std::move(value))));
+    return true;
+  }
+
+  void Store(Value value) {
+    Container& container = open_.back();
+    if (auto* array = std::get_if<Array>(&container.content)) {
+      array->push_back(std::move(value));
+      return;
+    }
+    auto& members = std::get<Members>(container.content);
+    // There are as few of these as are asked for, however often one is repeated.
+    const auto repeated = open_.size() > memberLevel_
+                              ? members.end()
+                              : std::find_if(members.begin(), members.end(),
+                                             [&](const auto& member) { return member.first == container.key; });
+    if (repeated != members.end()) {
+      repeated->second = std::move(value);
+    } else {
+      members.emplace_back(std::exchange(container.key, {}), std::move(value));
+    }
+  }
+
+  bool SpendValue(std::size_t levels) {
+    if (++values_ <= limits_.values && levels <= limits_.levels) return true;
+    LeaveOut();
+    return false;
+  }
+
+  bool SpendBytes(std::size_t count) {
+    bytes_ += count;
+    if (bytes_ <= limits_.bytes || open_.size() <= memberLevel_) return true;
+    LeaveOut();
+    return false;
+  }
+
+  // Null stands for the member being built, and the rest of it is skipped.
+  void LeaveOut() {
+    if (std::find(leftOut_.begin(), leftOut_.end(), outer_->name) == leftOut_.end()) leftOut_.push_back(outer_->name);
+    skipped_ = open_.size() - memberLevel_;
+    open_.resize(memberLevel_);
+    text_.clear();
+    Store(Value());
+    wanted_ = false;
+  }
+
+  std::vector<Member> keep_;
+  Limits limits_;
+  std::vector<Container> open_;                // the first is the document itself
+  std::size_t memberLevel_ = 1;                // of the object whose members are kept or not
+  std::vector<Member>::const_iterator outer_;  // the member that is being built
+  std::size_t skipped_ = 0;                    // containers that are open and not built
+  bool wanted_ = true;                         // whether the next value here is built
+  std::size_t values_ = 0;                     // of the member so far
+  std::size_t bytes_ = 0;
+  std::string text_;    // the parts of a key or text so far
+  std::string digits_;  // and of a number
+  std::vector<std::string_view> leftOut_;
 };
 
-void AppendQuoted(std::string& json, std::string_view text) {
-  json += '"';
-  for (const char character : text::ToUtf8(text)) {
-    if (static_cast<unsigned char>(character) < 0x20) {
-      constexpr char digits[] = "0123456789abcdef";
-      json.append("\\u00").append(1, digits[character >> 4]).append(1, digits[character & 0xF]);
-      continue;
-    }
-    if (character == '"' || character == '\\') json += '\\';
-    json += character;
-  }
-  json += '"';
+boost::json::parse_options Options() {
+  boost::json::parse_options options;
+  options.max_depth = parsedLevels;
+  return options;
 }
-
-// Appends JSON to a text, up to the first thing that JSON cannot hold.
-class Writer {
- public:
-  // Null until then.
-  [[nodiscard]] const char* Error() const { return error_; }
-  [[nodiscard]] std::string TakeText() { return std::move(text_); }
-
-  void Write(const Value& value) { std::visit(*this, value.state()); }
-
-  void operator()(platform::Null) { text_ += "null"; }
-  void operator()(bool truth) { text_ += truth ? "true" : "false"; }
-  void operator()(std::int64_t number) { text_ += std::to_string(number); }
-  void operator()(std::uint64_t number) { text_ += std::to_string(number); }
-  void operator()(double number) {
-    if (!std::isfinite(number)) return Fail("a number that is not finite");
-    // As few digits as bring the number back. std::to_chars would give them, but is not on every system that we run on.
-    std::array<char, 32> digits{};
-    for (int count = 1; count <= 17; ++count) {
-      std::snprintf(digits.data(), digits.size(), "%.*g", count, number);
-      if (std::strtod(digits.data(), nullptr) == number) break;
-    }
-    text_ += digits.data();
-  }
-  void operator()(const std::string& text) { AppendQuoted(text_, text); }
-  void operator()(platform::Time) { Fail("a date"); }
-  void operator()(std::chrono::sys_seconds) { Fail("a date"); }
-  void operator()(const platform::Data&) { Fail("data"); }
-  void operator()(platform::Uid) { Fail("a uid"); }
-  void operator()(const Array& array) {
-    WriteMembers('[', array, ']', [this](const Value& value) { Write(value); });
-  }
-  void operator()(const Dictionary& dictionary) {
-    WriteMembers('{', dictionary, '}', [this](const std::pair<std::string, Value>& member) {
-      (*this)(member.first);
-      text_ += ':';
-      Write(member.second);
-    });
-  }
-
- private:
-  void Fail(const char* what) { error_ = what; }
-
-  template <typename Container, typename WriteMember>
-  void WriteMembers(char opening, const Container& members, char closing, WriteMember writeMember) {
-    if (level_ == writtenLevels) return Fail("a value nested too deeply");
-    ++level_;
-    text_ += opening;
-    for (const auto& member : members) {
-      if (&member != &*members.begin()) text_ += ',';
-      writeMember(member);
-      if (error_ != nullptr) return;
-    }
-    text_ += closing;
-    --level_;
-  }
-
-  std::string text_;
-  std::size_t level_ = 0;
-  const char* error_ = nullptr;
-};
 
 }  // namespace
 
-std::variant<Dictionary, Error> Parse(std::string_view text, std::initializer_list<std::string_view> keep) {
-  boost::json::parse_options options;
-  options.max_depth = parsedLevels;
-  boost::json::basic_parser<Builder> parser(options, keep);
-  error_code code;
-  const std::size_t position = parser.write_some(false, text.data(), text.size(), code);
-  if (!code && position < text.size()) code = error::extra_data;
-  if (code) return Error{code.message() + " at byte " + std::to_string(position)};
-  return parser.handler().TakeDocument();
+struct Parser::Body {
+  Body(std::vector<Member> keep, Limits limits) : parser(Options(), std::move(keep), limits) {}
+
+  void Write(bool more, std::string_view piece) {
+    if (failed) return;
+    const std::size_t count = parser.write_some(more, piece.data(), piece.size(), failed);
+    if (!failed && count < piece.size()) failed = error::extra_data;
+    position += count;
+  }
+
+  boost::json::basic_parser<Builder> parser;
+  error_code failed;
+  std::uint64_t position = 0;  // of what is read
+};
+
+Parser::Parser(std::vector<Member> keep, Limits limits) : body_(std::make_unique<Body>(std::move(keep), limits)) {}
+Parser::Parser(Parser&&) noexcept = default;
+Parser& Parser::operator=(Parser&&) noexcept = default;
+Parser::~Parser() = default;
+
+void Parser::Write(std::string_view piece) { body_->Write(true, piece); }
+
+std::variant<Dictionary, Error> Parser::Finish() {
+  body_->Write(false, {});
+  if (body_->failed) return Error{body_->failed.message() + " at byte " + std::to_string(body_->position)};
+  return body_->parser.handler().TakeDocument();
 }
 
-std::variant<std::string, Error> Write(const Value& value) {
-  Writer writer;
-  writer.Write(value);
-  if (writer.Error() != nullptr) return Error{std::string("JSON cannot hold ") + writer.Error()};
-  return writer.TakeText();
+const std::vector<std::string_view>& Parser::LeftOut() const { return body_->parser.handler().LeftOut(); }
+
+std::variant<Dictionary, Error> Parse(std::string_view text, std::initializer_list<std::string_view> keep) {
+  std::vector<Member> members;
+  for (const std::string_view name : keep) members.push_back({.name = name});
+  Parser parser(std::move(members));
+  parser.Write(text);
+  auto parsed = parser.Finish();
+  if (!parser.LeftOut().empty()) return Error{"a value too large: " + std::string(parser.LeftOut().front())};
+  return parsed;
 }
 
 }  // namespace json

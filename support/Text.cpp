@@ -1,6 +1,8 @@
 #include "support/Text.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 
@@ -19,6 +21,7 @@ std::string_view WithoutLeading(std::string_view text, std::string_view characte
 struct Sequence {
   std::size_t length = 1;
   bool wellFormed = true;
+  bool isCut = false;  // well-formed as far as it goes
 };
 
 // The one that `bytes`, not empty, begin with. A malformed one is as long as a well-formed one could still have
@@ -32,13 +35,26 @@ Sequence FirstSequence(std::string_view bytes) {
   unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
   unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   for (std::size_t i = 1; i < length; ++i) {
-    if (i == bytes.size()) return {i, false};
+    if (i == bytes.size()) return {i, false, true};
     const auto byte = static_cast<unsigned char>(bytes[i]);
     if (byte < lowest || byte > highest) return {i, false};
     lowest = 0x80;
     highest = 0xBF;
   }
   return {length, true};
+}
+
+// How many of the first bytes are ASCII for certain, seen by whole blocks.
+std::size_t AsciiBlocks(std::string_view bytes) {
+  constexpr std::size_t words = 4;
+  constexpr std::uint64_t highBits = 0x8080808080808080U;
+  std::array<std::uint64_t, words> block{};
+  std::size_t count = 0;
+  for (; bytes.size() - count >= sizeof block; count += sizeof block) {
+    std::memcpy(block.data(), bytes.data() + count, sizeof block);
+    if (((block[0] | block[1] | block[2] | block[3]) & highBits) != 0) break;
+  }
+  return count;
 }
 
 // UTF-16 units of the first character; a malformed byte counts as one.
@@ -120,12 +136,35 @@ bool EqualOrUnset(const std::optional<std::string>& left, const std::optional<st
 }
 
 bool IsUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const Sequence sequence = FirstSequence(bytes);
-    if (!sequence.wellFormed) return false;
-    bytes.remove_prefix(sequence.length);
+  Utf8Check check;
+  check.Feed(bytes);
+  return check.IsWellFormed();
+}
+
+void Utf8Check::Feed(std::string_view piece) {
+  if (!begun_.empty()) FeedBegun(piece);
+  while (!failed_) {
+    piece.remove_prefix(AsciiBlocks(piece));
+    if (piece.empty()) return;
+    const Sequence sequence = FirstSequence(piece);
+    if (sequence.isCut) {
+      begun_ = piece;
+      return;
+    }
+    failed_ = !sequence.wellFormed;
+    piece.remove_prefix(sequence.length);
   }
-  return true;
+}
+
+void Utf8Check::FeedBegun(std::string_view& piece) {
+  while (!begun_.empty() && !piece.empty()) {
+    begun_ += piece.front();
+    piece.remove_prefix(1);
+    const Sequence sequence = FirstSequence(begun_);
+    if (sequence.isCut) continue;
+    failed_ = failed_ || !sequence.wellFormed;
+    begun_.clear();
+  }
 }
 
 std::string ToUtf8(std::string_view bytes) {

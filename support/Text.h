@@ -37,6 +37,20 @@ namespace text {
 
 [[nodiscard]] bool IsUtf8(std::string_view bytes);
 
+// The same of bytes that come in pieces.
+class Utf8Check {
+ public:
+  void Feed(std::string_view piece);
+  // Of all of them together; a character that is cut short at the end is malformed.
+  [[nodiscard]] bool IsWellFormed() const { return !failed_ && begun_.empty(); }
+
+ private:
+  void FeedBegun(std::string_view& piece);
+
+  std::string begun_;  // a character that the next piece must complete
+  bool failed_ = false;
+};
+
 // The bytes with every malformed sequence replaced by U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::string_view bytes);
 

@@ -78,15 +78,16 @@ Value ToDictionary(plist_t node) {
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(node, &iterator);
   const Allocated<void> owner(iterator);
-  Dictionary dictionary;
+  Dictionary::Members members;
   while (true) {
     char* key = nullptr;
     plist_t item = nullptr;
     plist_dict_next_item(node, iterator, &key, &item);
     const Allocated<char> keyOwner(key);
     if (item == nullptr || key == nullptr) break;
-    dictionary.Set(key, ToValue(item));
+    members.emplace_back(key, ToValue(item));
   }
+  Dictionary dictionary(std::move(members));
   const Value* uid = dictionary.size() == 1 ? dictionary.Find(uidKey) : nullptr;
   if (uid == nullptr) return {Value::State(std::move(dictionary))};
   if (const auto* number = uid->As<std::uint64_t>()) return {Value::State(Uid{*number})};

@@ -59,6 +59,13 @@ Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) 
   return bytes;
 }
 
+std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
+                           const std::function<void(std::string_view)>& take) {
+  const auto bytes = ReadFile(path, limitBytes);
+  if (bytes) take(*bytes);
+  return bytes.Error();
+}
+
 std::error_code MakeFolders(const std::string& path) { return TheDisk().MakeFolders(path); }
 
 std::error_code RemoveFile(const std::string& path) {

@@ -123,4 +123,45 @@ TEST_F(Conversion, BrokenDocumentsLeaveTheRest) {
   EXPECT_THROW(static_cast<void>(EventFromReport("{}", "0", sender)), std::out_of_range);
 }
 
+TEST_F(Conversion, TheSameInPieces) {
+  const std::string reports[] = {
+      "Exception Type: \xC3\xA4\n\nSignal Number: 11\nDate/Time: 2021-03-04 05:06:07 +0000",
+      "{\"os_version\":\"macOS "
+      "12.6\"}\n{\"modelCode\":[-1.25e1,\"\xC3\xA4\"],\"exception\":{\"type\":\"T\",\"codes\":[1]}}"};
+  for (const std::string& report : reports) {
+    Dictionary whole = EventFromReport(report, "0", sender);
+    conversion::Converter converter("0", sender);
+    for (const char& byte : report) converter.Feed({&byte, 1});
+    Dictionary pieced = converter.Finish();
+    whole.Remove("event.guid");
+    pieced.Remove("event.guid");
+    EXPECT_EQ(pieced, whole);
+  }
+  EXPECT_TRUE(machine_.log.empty());
+}
+
+// Whatever it holds, a report costs us neither its event nor a wrong line in the log.
+TEST_F(Conversion, EveryEventFitsTheQueue) {
+  const auto longText = [](const char* part) {
+    std::string text;
+    while (text.size() < 1'000'000) text += part;
+    return text;
+  };
+  const std::string members[] = {
+      "\"" + longText("&") + "\"",         "[\"" + longText("&").substr(0, 60'000) + "\"]", "[" + longText("0,") + "0]",
+      longText("[") + "0" + longText("]"), std::string(300, '[') + std::string(300, ']'),   R"({"CF$UID":1})"};
+  for (const std::string& member : members) {
+    const Dictionary event = EventFromReport("{}\n{\"modelCode\":" + member + ",\"exception\":{\"type\":" + member +
+                                                 ",\"signal\":" + member + ",\"subtype\":\"T\"}}",
+                                             "0", sender);
+    EXPECT_TRUE(platform::WritePropertyList(Value(event))) << member.substr(0, 20);
+    EXPECT_EQ(TextOf(event, "event.error_desc"), member.starts_with("[[[[") && member.size() > 1000 ? absent : "T");
+  }
+  const Dictionary event = EventFromReport("Exception Type: " + longText("\xC3\xA4\xE2\x82\xAC"), "0", sender);
+  EXPECT_EQ(TextOf(event, "event.error_type").size(), 65535U);
+  machine_.log.clear();
+  EXPECT_EQ(EventFromReport("{\"os_version\":\"12.6\"\xFF", "0", sender).size(), 7U);
+  EXPECT_TRUE(machine_.log.empty());
+}
+
 }  // namespace

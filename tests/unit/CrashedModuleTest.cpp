@@ -18,7 +18,7 @@ std::string Report(const std::string& threads, const std::string& images) {
          images + "}\n],\n  \"sharedCache\" : {\n  \"base\" : 6442450944\n},\n  \"cut\" : [";
 }
 const std::string images = R"({"CFBundleIdentifier":" com.a ","name":"A"}, {"name":" B\t"}, {"CFBundleIdentifier":"  ",
-  "name":"C"}, {"size":1)";
+  "name":"C"}, {"size":1}, {"na\u006de":"last")";
 
 std::string Repeated(const std::string& text, std::size_t times) {
   std::string result;
@@ -34,12 +34,16 @@ TEST(CrashedModule, OfAJsonReport) {
       {R"([{"triggered":false,"frames":[{"symbol":"x"},{"imageIndex":1},{"imageIndex":0}]}])", "B\n"},
       {R"([{"triggered":1,"queue":"q","frames":[{"imageIndex":2}]}])", "q\n\n"},
       {R"([{"triggered":1,"queue":"q","frames":[{"imageIndex":3}]}])", "q\n\n"},
-      {R"([{"triggered":1,"frames":[{"imageIndex":4}]}])", "\n"},
+      {R"([{"triggered":1,"frames":[{"imageIndex":4}]}])", "last\n"},
+      {R"([{"triggered":1,"frames":[{"imageIndex":5}]}])", "\n"},
       {R"([{"triggered":1,"frames":[{"imageIndex":-1}]}])", "\n"},
       {R"([{"triggered":1,"queue":"q"},{"triggered":1,"queue":"r","frames":[{"imageIndex":"1"}]}])", "q\nr\nB\n"},
       {R"([{"triggered":1,"queue":"q","frames":[]},{"triggered":1,"queue":"r","frames":[{"imageIndex":1}]}])", "q\n\n"},
       {R"([{"queue":"q","frames":[{"imageIndex":1}]}])", "\n"},
       {R"([7,{"triggered":1,"queue":7,"frames":{}}])", "\n"},
+      {R"([{"triggered":1,"queue":"\"]}\u0020\u00e4","frames":[{"a":{"imageIndex":0}},{"imageIndex":[1]}]}])",
+       "\"]} \xC3\xA4\ncom.a\n"},
+      {R"([],"threads":[{"triggered":1,"triggered":2,"frames":[{"imageIndex":1},{"imageIndex":0}]}])", "B\n"},
       {R"({})", none},
       {R"([)", none},
   };

@@ -1,0 +1,37 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/Files.h"
+#include "platform/posix/Descriptor.h"
+
+namespace platform {
+
+std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
+                           const std::function<void(std::string_view)>& take) {
+  const auto place = Resolve(path);
+  if (!place) return place.Error();
+  const auto file = OpenAt(place->folder.Number(), place->name.c_str(), O_RDONLY);
+  if (!file) return file.Error();
+  struct stat status {};
+  if (fstat(file->Number(), &status) != 0) return LastError();
+  if (static_cast<std::uint64_t>(status.st_size) > limitBytes) return std::make_error_code(std::errc::file_too_large);
+
+  // Small enough for the processor's cache, since whoever takes it reads it more than once.
+  constexpr std::size_t pieceBytes = std::size_t{128} << 10U;
+  const std::unique_ptr<char[]> piece(new char[pieceBytes]);
+  for (std::uint64_t bytes = 0;;) {
+    const ssize_t count = read(file->Number(), piece.get(), pieceBytes);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return LastError();
+    if (count == 0) return {};
+    bytes += static_cast<std::uint64_t>(count);
+    // It may have grown meanwhile.
+    if (bytes > limitBytes) return std::make_error_code(std::errc::file_too_large);
+    take({piece.get(), static_cast<std::size_t>(count)});
+  }
+}
+
+}  // namespace platform
