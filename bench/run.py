@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""Measures what the daemon costs. `script/bench` builds what it needs, and says where.
+
+    run.py [--quick] PROGRAMS PAGE
+
+Writes the table to PAGE; with --quick, which takes the figures that do not depend on the machine's speed, prints it alone.
+Ends with 1 when a row falls short.
+"""
+
+import argparse
+import sys
+import time
+
+import table
+import waiting
+import work
+import world as worlds
+
+ROUNDS = 9
+
+
+def measure(world, quick):
+    rows, note = waiting.quiet(world, ROUNDS, 14.5 if quick else 24.5)
+    rows += work.attributes(world) + work.handshakes(world)
+    if not quick:
+        for part in (waiting.starts, work.passes, work.conversions, work.calls, work.posting, waiting.crashes):
+            print(f"bench: {part.__name__}", file=sys.stderr)
+            rows += part(world, ROUNDS)
+    return rows, note
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("programs")
+    parser.add_argument("page")
+    options = parser.parse_args()
+    begin = time.monotonic()
+    with worlds.new(options.programs) as world:
+        rows, note = measure(world, options.quick)
+    print(table.plain(rows))
+    print(f"{note} {ROUNDS} rounds, {time.monotonic() - begin:.0f} s.")
+    if not options.quick:
+        table.write_page(options.page, rows)
+    short = [row.what for row in rows if not row.holds()]
+    if short:
+        print("bench: falls short: " + "; ".join(short), file=sys.stderr)
+    return 1 if short else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

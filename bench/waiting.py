@@ -1,0 +1,190 @@
+"""What the waiting daemon costs, seen from outside, against a minimal watcher."""
+
+import os
+import pathlib
+import re
+import signal
+import time
+
+import world as worlds
+from table import Row, median, ratios
+
+SETTLING = 6  # seconds: buses connected, memory given back
+# What the daemon may map. A library more is a decision, and this is where it is recorded.
+LIBRARIES = {"ld-linux-x86-64.so.2", "libc.so.6", "libcap.so.2", "libgcrypt.so.20", "libgpg-error.so.0", "liblz4.so.1",
+             "liblzma.so.5", "libm.so.6", "libplist-2.0.so.3", "libsystemd.so.0", "libzstd.so.1"}
+CALL = re.compile(r"(\d+) +(\d+\.\d+) (?:<\.\.\. )?(\w+)(\(| resumed)(.*)")
+
+
+class Sample:
+    """One process at one moment."""
+
+    def __init__(self, pid):
+        folder = pathlib.Path(f"/proc/{pid}")
+        self.moment = time.monotonic()
+        statuses = [(task / "status").read_text() for task in (folder / "task").iterdir()]
+        self.switches = sum(int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", text, re.M)[1]) for text in statuses)
+        schedules = [(task / "schedstat").read_text().split() for task in (folder / "task").iterdir()]
+        self.processor = sum(int(schedule[0]) for schedule in schedules) / 1000  # microseconds
+
+
+def memory(pid):
+    """Kilobytes: private dirty, resident."""
+    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+    return tuple(int(re.search(rf"^{name}:\s*(\d+)", text, re.M)[1]) for name in ("Private_Dirty", "Rss"))
+
+
+def libraries(pid):
+    paths = {line.split()[-1] for line in pathlib.Path(f"/proc/{pid}/maps").read_text().splitlines() if ".so" in line}
+    return {re.sub(r"(\.so\.\d+).*", r"\1", os.path.basename(path)) for path in paths}
+
+
+def is_on_bus(pid):
+    links = [os.readlink(link) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
+    return sum(link.startswith("socket:") for link in links) >= 2
+
+
+def quiet(world, rounds, seconds):
+    """Pairs of daemon and floor wait side by side, all of them at the same time: none disturbs another by waiting."""
+    host = world.start_host()
+    pairs = []
+    for _ in range(rounds):
+        home = world.home()
+        pairs.append((world.start_daemon(host, home), world.start([world.bin / "floor_waiter", host.pid], home)))
+    for daemon, _ in pairs:
+        worlds.eventually(lambda daemon=daemon: is_on_bus(daemon.pid), "daemon on both buses")
+    time.sleep(SETTLING)
+    before = [[Sample(process.pid) for process in pair] for pair in pairs]
+    time.sleep(seconds)
+    after = [[Sample(process.pid) for process in pair] for pair in pairs]
+    os.sync()
+    figures = [[memory(process.pid) for process in pair] for pair in pairs]
+    mapped = set().union(*(libraries(daemon.pid) for daemon, _ in pairs))
+    calls = [trace_wakeups(world, pairs[0][index].pid) for index in (0, 1)]
+    for pair in pairs:
+        for process in pair:
+            worlds.end(process)
+    worlds.end(host)
+
+    def rates(index, of):
+        return [(of(b[index]) - of(a[index])) / (b[index].moment - a[index].moment) for a, b in zip(before, after)]
+
+    def row(what, column, goal):
+        own, least = ([figure[index][column] for figure in figures] for index in (0, 1))
+        return Row(what, f"{median(least):.0f} kB", f"{median(own):.0f} kB", ratios(own, least), goal)
+
+    switches = [median(rates(index, lambda sample: sample.switches)) for index in (0, 1)]
+    processor = [median(rates(index, lambda sample: sample.processor)) for index in (0, 1)]
+    foreign = mapped - LIBRARIES
+    return [
+        row("private dirty memory while waiting, on the bus", 0, 1.6),
+        row("resident memory while waiting", 1, 1.3),
+        Row("voluntary context switches a second", f"{switches[1]:.2f}", f"{switches[0]:.2f}", switches[0], 1.05, ""),
+        Row("system calls a wake-up", f"{calls[1]:.1f}", f"{calls[0]:.1f}", calls[0], 4, ""),
+        Row("libraries mapped and not foreseen", f"of {len(LIBRARIES)}", ", ".join(sorted(foreign)) or "none", len(foreign),
+            0, ""),
+    ], f"Processor time of a waiting second: {processor[0]:.0f} µs, of the floor {processor[1]:.0f} µs."
+
+
+def trace_wakeups(world, pid):
+    """System calls from one sleep to the next, of all threads: the median of the passes."""
+    output = world.folder / f"trace{pid}"
+    tracer = world.start(["/usr/bin/strace", "-f", "-ttt", "-o", output, "-p", pid], world.folder)
+    time.sleep(9.5)
+    tracer.send_signal(signal.SIGINT)
+    tracer.wait()
+    passes, calls = [], 0
+    for _, _, name, how, _ in calls_in(output):
+        if how == " resumed":
+            continue
+        calls += 1
+        if name == "clock_nanosleep":
+            passes.append(calls)
+            calls = 0
+    return median(passes[2:])  # the first begin midway
+
+
+def calls_in(trace):
+    """Of each line: thread, moment, call, whether it begins or resumes, and the rest."""
+    for line in pathlib.Path(trace).read_text(errors="replace").splitlines():
+        if match := CALL.match(line):
+            thread, moment, name, how, rest = match.groups()
+            yield int(thread), float(moment), name, how, rest
+
+
+def traced(world, command, home, calls, environment=None):
+    """Starts it under a tracer that stops it at these calls alone. Returns the tracer and its output."""
+    world.homes += 1
+    output = world.folder / f"trace-{world.homes}"
+    tracer = ["/usr/bin/strace", "-f", "--seccomp-bpf", "-ttt", "-e", "signal=none", "-e", "trace=" + calls, "-o", output]
+    return world.start(tracer + command, home, environment), output
+
+
+def kill_all_of(trace, tracer):
+    """Ends what is traced, whose first line bears its process id; the tracer ends with it."""
+    os.kill(next(calls_in(trace))[0], signal.SIGKILL)
+    tracer.wait()
+
+
+def first(trace, name, containing=""):
+    for _, moment, call, how, rest in calls_in(trace):
+        if call == name and how == "(" and containing in rest:
+            return moment
+    return None
+
+
+def starts(world, rounds):
+    """From exec to main and to the first sleep. What main does first is a system call of its own."""
+    watched = "execve,rt_sigaction,getpgid,clock_nanosleep"
+    host = world.start_host()
+    own, steps, least = [], [], []
+    for _ in range(rounds):
+        home = world.home()
+        tracer, trace = traced(world, world.daemon_command(host), home, watched, world.environment(home))
+        waits = worlds.eventually(lambda trace=trace: trace.exists() and first(trace, "clock_nanosleep"), "daemon that waits")
+        begins = first(trace, "rt_sigaction", "SIGHUP, {sa_handler=SIG_IGN")
+        own.append(begins - first(trace, "execve"))
+        steps.append(waits - begins)
+        kill_all_of(trace, tracer)
+        tracer, trace = traced(world, [world.bin / "floor_waiter", host.pid], home, watched)
+        begins = worlds.eventually(lambda trace=trace: trace.exists() and first(trace, "getpgid"), "floor that waits")
+        least.append(begins - first(trace, "execve"))
+        kill_all_of(trace, tracer)
+    worlds.end(host)
+    return [Row("exec to waiting, the logged start-up steps apart", f"{1000 * median(least):.1f} ms",
+                f"{1000 * median(own):.1f} ms + {1000 * median(steps):.1f} ms of steps", ratios(own, least), 1.5)]
+
+
+def crashes(world, rounds):
+    """From the host's death to the exec of the reporter, less what the daemon has to sleep on the way."""
+    beyond, prescribed = [], []
+    for _ in range(rounds):
+        home, host = world.home(), world.start_host()
+        tracer, trace = traced(world, world.daemon_command(host, "/bin/true"), home, "execve,clock_nanosleep",
+                               world.environment(home))
+        worlds.eventually(lambda trace=trace: trace.exists() and first(trace, "clock_nanosleep"), "daemon that waits")
+        world.put(home / "Library/Logs/DiagnosticReports/Photo-2026-03-04-050619.ips", worlds.report(host.pid))
+        death = time.time()
+        host.send_signal(signal.SIGSEGV)
+        host.wait()
+        launch = worlds.eventually(lambda trace=trace: first(trace, "execve", '"/bin/true"'), "reporter")
+        tracer.wait()
+        sleep = slept(trace, death, launch)
+        prescribed.append(sleep)
+        beyond.append(launch - death - sleep)
+    return [Row("crash to launched reporter, beyond the sleeps", f"{median(prescribed):.2f} s of sleeps",
+                f"{median(beyond) + median(prescribed):.2f} s", median(beyond), 0.2, "s")]
+
+
+def slept(trace, begin, end):
+    """Seconds that the thread of the wait loop was asked to sleep between the two moments."""
+    total, loop = 0.0, None
+    for thread, moment, name, how, rest in calls_in(trace):
+        if name != "clock_nanosleep" or how != "(":
+            continue
+        loop = loop or thread
+        seconds, nanoseconds = re.search(r"tv_sec=(\d+), tv_nsec=(\d+)", rest).groups()
+        wakes = moment + int(seconds) + int(nanoseconds) / 1e9
+        if thread == loop and moment < end and wakes > begin:
+            total += wakes - max(moment, begin)
+    return total
