@@ -1,4 +1,5 @@
 #include <string>
+#include <system_error>
 
 #include "CRDaemon/DiagnosticPaths.h"
 #include "CRDaemon/MyDaemon.h"
@@ -6,7 +7,6 @@
 #include "CRDaemon/ReportMatching.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
-#include "support/FileSystemUtils.h"
 #include "support/FixedNames.h"
 #include "support/Log.h"
 #include "support/Paths.h"
@@ -24,8 +24,10 @@ bool IsName(const MyDaemon::Text& name) { return name && *name != names::nothing
 // What costs nothing is tested first: in a folder of many files a pass is little more than reading their names.
 MyDaemon::Text MyDaemon::readDiagnosticReports(const std::string& folder, const std::string& application,
                                                FoundReports& found) {
-  if (!FileSystemUtils::DoesPathExist(folder)) platform::MakeFolders(folder);
   auto entries = platform::Folder::Open(folder);
+  if (entries.Error() == std::errc::no_such_file_or_directory && !platform::MakeFolders(folder)) {
+    entries = platform::Folder::Open(folder);
+  }
   if (!entries) {
     if (entries.Error() == std::errc::not_a_directory) LogRefused(folder, entries.Error().message());
     LogIfRefused(folder, entries.Error());

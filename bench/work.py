@@ -75,11 +75,11 @@ def growth(what, small, large):
 def conversions(world, rounds):
     rows, own = [], {}
     for size in (1, 10):
-        path = world.folder / f"report{size}.ips"
+        path = world.fast / f"report{size}.ips"
         world.put(path, worlds.report(size=size << 20))
         own[size], least, script, peaks = [], [], [], []
         for _ in range(rounds):
-            home = world.home()
+            home = world.home(fast=True)
             least.append(int(world.run([world.bin / "floor_parse", path], home).split()[0]))
             nanoseconds, peak = map(int, world.run([world.bin / "bench_convert", path], home).split())
             if not list((home / "Library/Logs/CrashReporter/Ingest").glob("crMacLog_*.log")):
@@ -87,7 +87,7 @@ def conversions(world, rounds):
             own[size].append(nanoseconds)
             peaks.append(peak * 1024 / path.stat().st_size)
             script.append(int(subprocess.check_output([sys.executable, HERE / "floors/convert.py", path,
-                                                       world.folder / "event.plist"])))
+                                                       world.fast / "event.plist"])))
         rows += [
             Row(f"JSON report of {size} MB to event, first call", milliseconds(median(least)),
                 milliseconds(median(own[size])), ratios(own[size], least), 2),

@@ -2,9 +2,9 @@
 
 namespace platform {
 
-// Gives back to the system what was used once and is not used now: the heap's free pages, and those of the calling
-// thread's stack below the frames in use. For before a long wait, and for the end of a thread, since the C library
-// keeps its stack for later ones.
+// Gives back to the system what was used once and is not used now: the heap's free pages, those of the calling thread's
+// stack below the frames in use and, once in a process, the pages of program files. For before a long wait, and for the
+// end of a thread, since the C library keeps its stack for later ones.
 void ReleaseUnusedMemory() noexcept;
 
 }  // namespace platform
