@@ -20,13 +20,13 @@ ROUNDS = 9
 
 
 def measure(world, quick):
-    rows, note = waiting.quiet(world, ROUNDS, 14.5 if quick else 24.5)
+    rows, notes = waiting.quiet(world, ROUNDS, 14.5 if quick else 24.5)
     rows += work.attributes(world) + work.handshakes(world)
     if not quick:
         for part in (waiting.starts, work.passes, work.conversions, work.calls, work.posting, waiting.crashes):
             print(f"bench: {part.__name__}", file=sys.stderr)
             rows += part(world, ROUNDS)
-    return rows, note
+    return rows, notes
 
 
 def main():
@@ -37,11 +37,12 @@ def main():
     options = parser.parse_args()
     begin = time.monotonic()
     with worlds.new(options.programs) as world:
-        rows, note = measure(world, options.quick)
+        rows, notes = measure(world, options.quick)
     print(table.plain(rows))
-    print(f"{note} {ROUNDS} rounds, {time.monotonic() - begin:.0f} s.")
+    notes.append(f"Medians of {ROUNDS} rounds, {time.monotonic() - begin:.0f} s in all.")
+    print("", *notes, sep="\n")
     if not options.quick:
-        table.write_page(options.page, rows)
+        table.write_page(options.page, rows, notes)
     short = [row.what for row in rows if not row.holds()]
     if short:
         print("bench: falls short: " + "; ".join(short), file=sys.stderr)

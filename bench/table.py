@@ -64,16 +64,16 @@ def plain(rows):
     return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines)
 
 
-def markdown(rows):
+def markdown(rows, notes):
     lines = ["| " + " | ".join(cells) + " |" for cells in [HEAD, ["---"] * len(HEAD)] + [row.cells() for row in rows]]
     machine = f"{time.strftime('%Y-%m-%d')}, Linux {platform.release()}, {os.cpu_count()} processors."
-    return "\n".join([machine, "", *lines])
+    return "\n\n".join([machine, "\n".join(lines), *notes])
 
 
-def write_page(path, rows):
+def write_page(path, rows, notes):
     page = pathlib.Path(path)
     before, begin, rest = page.read_text(encoding="utf-8").partition(BEGIN)
     _, end, after = rest.partition(END)
     if not begin or not end:
         raise RuntimeError(f"{path} has no place for the table")
-    page.write_text(before + BEGIN + "\n\n" + markdown(rows) + "\n\n" + END + after, encoding="utf-8")
+    page.write_text(before + BEGIN + "\n\n" + markdown(rows, notes) + "\n\n" + END + after, encoding="utf-8")

@@ -40,6 +40,17 @@ def libraries(pid):
     return {re.sub(r"(\.so\.\d+).*", r"\1", os.path.basename(path)) for path in paths}
 
 
+def shares(pid):
+    """The kilobytes of private dirty memory by what they belong to, most first, where they are more than a page."""
+    totals, name = {}, ""
+    for line in pathlib.Path(f"/proc/{pid}/smaps").read_text().splitlines():
+        if match := re.match(r"[0-9a-f]+-[0-9a-f]+(?: +\S+){4} *(.*)", line):
+            name = re.sub(r"\.so.*", "", os.path.basename(match[1])) or "without a name"
+        elif line.startswith("Private_Dirty:"):
+            totals[name] = totals.get(name, 0) + int(line.split()[1])
+    return ", ".join(f"{name} {size}" for name, size in sorted(totals.items(), key=lambda item: -item[1]) if size > 4)
+
+
 def sockets(pid):
     links = [os.readlink(link) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
     return sum(link.startswith("socket:") for link in links)
@@ -63,6 +74,7 @@ def quiet(world, rounds, seconds):
     after = [[Sample(process.pid) for process in trio] for trio in trios]
     os.sync()
     own, least, both = ([memory(process.pid) for process in processes] for processes in zip(*trios))
+    parts = [shares(process.pid) for process in trios[0]]
     foreign = set().union(*(libraries(trio[0].pid) for trio in trios)) - LIBRARIES
     calls = [trace_wakeups(world, trios[0][index].pid) for index in (0, 1)]
     for trio in trios:
@@ -87,7 +99,11 @@ def quiet(world, rounds, seconds):
         Row("system calls a wake-up", number(calls[1]), number(calls[0]), calls[0], 4, ""),
         Row("libraries mapped and not foreseen", f"of {len(LIBRARIES)}", ", ".join(sorted(foreign)) or "none", len(foreign),
             0, ""),
-    ], f"Processor time of a waiting second: {processor[0]:.0f} µs, of the floor {processor[1]:.0f} µs."
+    ], [
+        f"Processor time of a waiting second: {processor[0]:.0f} µs, of the floor {processor[1]:.0f} µs.",
+        f"Private dirty memory in kB: {parts[0]}.",
+        f"That of the floor: {parts[1]}.",
+    ]
 
 
 def trace_wakeups(world, pid):

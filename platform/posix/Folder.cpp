@@ -36,22 +36,23 @@ Listing::Listing(Descriptor folder) : stream_(fdopendir(folder.Number())) {
 std::optional<std::string> Listing::Next() {
   while (!error_) {
     errno = 0;
-    const dirent* entry = readdir(stream_.get());
-    if (entry == nullptr) {
+    last_ = readdir(stream_.get());
+    if (last_ == nullptr) {
       if (errno != 0) error_ = LastError();
       return std::nullopt;
     }
-    std::string name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    lastKind_ = KindOfType(entry->d_type);
-    return name;
+    const std::string_view name = last_->d_name;
+    if (name != "." && name != "..") return std::string(name);
   }
   return std::nullopt;
 }
 
+std::optional<FileKind> Listing::KnownKind(std::string_view name) const {
+  return last_ != nullptr && name == last_->d_name ? KindOfType(last_->d_type) : std::nullopt;
+}
+
 struct Folder::Body {
   Listing listing;
-  std::string lastName;
 };
 
 Result<Folder> Folder::Open(const std::string& path) {
@@ -61,7 +62,7 @@ Result<Folder> Folder::Open(const std::string& path) {
   if (!folder) return folder.Error();
   Listing listing(std::move(*folder));
   if (listing.Error()) return listing.Error();
-  return Folder(std::make_unique<Body>(Body{std::move(listing), {}}));
+  return Folder(std::make_unique<Body>(Body{std::move(listing)}));
 }
 
 Folder::Folder(std::unique_ptr<Body> body) : body_(std::move(body)) {}
@@ -69,17 +70,13 @@ Folder::Folder(Folder&&) noexcept = default;
 Folder& Folder::operator=(Folder&&) noexcept = default;
 Folder::~Folder() = default;
 
-std::optional<std::string> Folder::Next() {
-  auto name = body_->listing.Next();
-  if (name) body_->lastName = *name;
-  return name;
-}
+std::optional<std::string> Folder::Next() { return body_->listing.Next(); }
 
 std::error_code Folder::Error() const { return body_->listing.Error(); }
 
 FileKind Folder::KindOf(const std::string& name) const {
-  const auto known = body_->listing.LastKind();
-  return known && name == body_->lastName ? *known : KindAt(body_->listing.Number(), name.c_str());
+  const auto known = body_->listing.KnownKind(name);
+  return known ? *known : KindAt(body_->listing.Number(), name.c_str());
 }
 
 std::optional<Time> Folder::CreationDate(const std::string& name) const {

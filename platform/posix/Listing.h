@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "platform/posix/Descriptor.h"
@@ -20,9 +21,9 @@ class Listing {
   [[nodiscard]] std::optional<std::string> Next();
   [[nodiscard]] std::error_code Error() const { return error_; }
 
-  // Of the entry that Next returned last, as the system told along with its name, so that no call is spent on it; none
-  // when it did not say.
-  [[nodiscard]] std::optional<FileKind> LastKind() const { return lastKind_; }
+  // Of an entry that Next has just returned, as the system told along with its name, so that no call is spent on it;
+  // none of every other, and when it did not say.
+  [[nodiscard]] std::optional<FileKind> KnownKind(std::string_view name) const;
   // The folder's own descriptor; none when it could not be listed.
   [[nodiscard]] int Number() const { return stream_ ? dirfd(stream_.get()) : -1; }
 
@@ -31,7 +32,7 @@ class Listing {
     void operator()(DIR* stream) const { closedir(stream); }
   };
   std::unique_ptr<DIR, Close> stream_;
-  std::optional<FileKind> lastKind_;
+  const dirent* last_ = nullptr;  // the stream's own, and valid until it moves on
   std::error_code error_;
 };
 
