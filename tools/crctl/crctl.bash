@@ -12,8 +12,10 @@ _crctl() {
     [[ $word == -* ]] || verb+="${verb:+ }$word"
   done
 
+  # The second file of the two.
+  [[ $COMP_CWORD -gt 2 && ${COMP_WORDS[COMP_CWORD - 2]} == --tls ]] && previous=--tls
   case $previous in
-    --reporter)
+    --reporter | --events | --tls)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
@@ -32,7 +34,7 @@ _crctl() {
   esac
 
   case $verb in
-    '') words='doctor queue convert stored notify log --version' ;;
+    '') words='doctor queue convert stored notify log ingest --version' ;;
     doctor*) words='--app --pid --reporter' ;;
     queue) words='list show post expire' ;;
     'queue show' | 'queue post'*) words=$(_crctl_ids) ;;
@@ -49,6 +51,7 @@ _crctl() {
     log) words='on off show follow' ;;
     'log on') words='--append' ;;
     'log show') words='--pid' ;;
+    ingest*) words='--port --tls --events --fail' ;;
   esac
   mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "$words --json --help" -- "$current")
 }
