@@ -2,12 +2,9 @@
 
 #include <sys/wait.h>
 
-#include <filesystem>
 #include <variant>
 
 #include "support/Json.h"
-
-namespace fs = std::filesystem;
 
 std::string TextOf(const platform::Value& dictionary, const std::string& key) {
   const platform::Value* value = dictionary.As<platform::Dictionary>()->Find(key);

@@ -103,11 +103,11 @@ TEST(PostCheck, NamesPlaceAndFaultOfWhatItRefuses) {
       {With("\"event.dts_start\":\"2026-03-04T05:06:07Z\",", ""), data + ": missing dependency 'event.dts_start'"},
       {With("\"event.guid\"", "\"event.user_guid\""), "body: the key \"event.user_guid\" stands twice in one object"},
   };
-  for (const auto& [body, problem] : broken) {
-    const auto problems = ProblemsOf(body);
+  for (const auto& post : broken) {
+    const auto problems = ProblemsOf(post.body);
     EXPECT_TRUE(
-        std::any_of(problems.begin(), problems.end(), [&](const auto& text) { return text.starts_with(problem); }))
-        << problem << "\nbut: " << testing::PrintToString(problems);
+        std::any_of(problems.begin(), problems.end(), [&](const auto& text) { return text.starts_with(post.problem); }))
+        << post.problem << "\nbut: " << testing::PrintToString(problems);
   }
   const ingest::PostCheck check;
   EXPECT_EQ(
