@@ -107,7 +107,7 @@ struct IngestService::Body {
   void Show(const httplib::Request& request, httplib::Response& response);
   void List(const httplib::Request& request, httplib::Response& response) const;
   void Stream(const httplib::Request& request, httplib::Response& response);
-  // False when the reader is gone.
+  // False when the stream is over: the reader is gone, or the service ends.
   bool Send(std::uint64_t& sent, std::chrono::steady_clock::time_point& lastSent, httplib::DataSink& sink) const;
 
   EventStore& store;
@@ -262,10 +262,8 @@ void IngestService::Body::Stream(const httplib::Request& request, httplib::Respo
 bool IngestService::Body::Send(std::uint64_t& sent, std::chrono::steady_clock::time_point& lastSent,
                                httplib::DataSink& sink) const {
   const std::uint64_t last = store.AwaitNewerThan(sent, 1s);
-  if (isEnding) {
-    sink.done();
-    return true;
-  }
+  // Cut, as by the end of the process: readers come back either way.
+  if (isEnding) return false;
   const auto now = std::chrono::steady_clock::now();
   std::string text;
   for (; sent < last && text.size() < sliceBytes; ++sent) {
