@@ -98,7 +98,7 @@ std::string Receipt::Data(const std::string& key) const {
   return text == nullptr ? "" : *text;
 }
 
-Sandbox::Sandbox() {
+Sandbox::Sandbox(const SandboxOptions& options) {
   std::string pattern = fs::temp_directory_path() / "crdaemon-XXXXXX";
   if (mkdtemp(pattern.data()) == nullptr) throw std::system_error(errno, std::generic_category(), pattern);
   folder_ = pattern;
@@ -119,7 +119,7 @@ Sandbox::Sandbox() {
   MakeFolders(folder_ / "started");
   Put(Library() / "Logs/Malvex/CrDebugLogs/generatecrlogornot.txt", "");
   StartBus();
-  StartService();
+  StartService(options.isServedWithTls);
 }
 
 Sandbox::~Sandbox() {
@@ -137,13 +137,21 @@ void Sandbox::StartBus() {
   environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:" + AwaitPrinted(folder_ / "bus.out", "unix:");
 }
 
-void Sandbox::StartService() {
-  const fs::path certificate = MakeCertificate("service");
-  service_.emplace(StartProgram({folder_ / "bin/crctl", "ingest", "--control", "--port", "0", "--events",
-                                 folder_ / "events.jsonl", "--tls", certificate, folder_ / "service.key"},
-                                "service.out"));
+void Sandbox::StartService(bool withTls) {
+  std::vector<std::string> command = {folder_ / "bin/crctl",   "ingest", "--control", "--port", "0", "--events",
+                                      folder_ / "events.jsonl"};
+  if (withTls) {
+    const fs::path certificate = MakeCertificate("service");
+    command.insert(command.end(), {"--tls", certificate, folder_ / "service.key"});
+    environment["SSL_CERT_FILE"] = certificate;
+  }
+  service_.emplace(StartProgram(std::move(command), "service.out"));
   environment["CRDAEMON_INGEST_URL"] = AwaitPrinted(folder_ / "service.out", "CRDAEMON_INGEST_URL=");
-  environment["SSL_CERT_FILE"] = certificate;
+}
+
+std::string Sandbox::Page() const {
+  const std::string& url = environment.at("CRDAEMON_INGEST_URL");
+  return url.substr(0, url.rfind('/') + 1);
 }
 
 fs::path Sandbox::MakeCertificate(const std::string& name) const {

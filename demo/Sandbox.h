@@ -42,11 +42,16 @@ struct HostOptions {
   int count = 31;
 };
 
-// A world for real hosts and real daemons: a folder with a home of its own, a private session bus and an ingest service
-// with a certificate of its own. All of it, the programs included, goes with this object. The debug log is on.
+struct SandboxOptions {
+  bool isServedWithTls = true;
+};
+
+// A world for real hosts and real daemons: a folder with a home of its own, a private session bus and an ingest
+// service, as a rule with a certificate of its own. All of it, the programs included, goes with this object. The debug
+// log is on.
 class Sandbox {
  public:
-  Sandbox();
+  explicit Sandbox(const SandboxOptions& options = {});
   Sandbox(const Sandbox&) = delete;
   Sandbox& operator=(const Sandbox&) = delete;
   ~Sandbox();
@@ -79,6 +84,8 @@ class Sandbox {
   // A line for the ingest service, in force on return.
   void TellService(const std::string& line) const;
   [[nodiscard]] std::vector<Receipt> Received() const;
+  // The URL under which the service shows what it received; ends with a slash.
+  [[nodiscard]] std::string Page() const;
 
   [[nodiscard]] std::vector<std::filesystem::path> QueuedEvents() const;
   // None while no crash reporter was started.
@@ -99,7 +106,7 @@ class Sandbox {
 
  private:
   void StartBus();
-  void StartService();
+  void StartService(bool withTls);
 
   std::filesystem::path folder_;
   std::optional<Program> bus_;
