@@ -1,8 +1,17 @@
 // Plays the daemon's main job with real hosts and the real daemon, prints what each did and when, and fails when
 // anything did not happen.
+//   Demo [--page] [--screenshot FILE]
+//   --page             the ingest service shows its page from the first scene on, and stays after the last one until it
+//   is
+//                      told to end: Enter at a terminal, or SIGINT or SIGTERM
+//   --screenshot FILE  leaves an image of that page
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +20,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "demo/Browser.h"
 #include "demo/Display.h"
 #include "demo/Sandbox.h"
 #include "support/Json.h"
@@ -42,10 +52,39 @@ void PrintObject(const Dictionary& object, const std::string& indent) {
   }
 }
 
+struct Options {
+  bool staysWithPage = false;
+  std::optional<std::string> screenshot;
+
+  [[nodiscard]] bool ShowPage() const { return staysWithPage || screenshot; }
+};
+
+// Until somebody at the terminal presses Enter, or a signal says so: the world of the demonstration must go with its
+// end.
+void AwaitLeave() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  const int signalFile = signalfd(-1, &signals, SFD_CLOEXEC);
+  const bool atTerminal = isatty(STDIN_FILENO) == 1;
+  std::cout << (atTerminal ? "Enter or Ctrl-C ends it." : "Ctrl-C or SIGTERM ends it.") << std::endl;
+  std::array<pollfd, 2> inputs = {pollfd{.fd = signalFile, .events = POLLIN, .revents = 0},
+                                  pollfd{.fd = atTerminal ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}};
+  while (poll(inputs.data(), inputs.size(), -1) < 0 && errno == EINTR) {
+  }
+  close(signalFile);
+}
+
 class Demonstration {
  public:
+  // A browser takes the page without questions when it comes without TLS. The rest of the demonstration is the same.
+  explicit Demonstration(Options options)
+      : options_(std::move(options)), sandbox_({.isServedWithTls = !options_.ShowPage()}) {}
+
   // False when anything did not happen.
   bool Play() {
+    if (options_.ShowPage()) std::cout << "Events arrive at " << sandbox_.Page() << std::endl;
     Scene("(a) The host dies of SIGSEGV. Its own handler writes a signal report.", [this] { SignalReport(); });
     Scene("(b) The host dies. The system's report appears two seconds later.", [this] { SystemReport(); });
     Scene("(c) The host ends normally.", [this] { NormalEnd(); });
@@ -56,6 +95,11 @@ class Demonstration {
     Scene("(h) The host takes part in usage analytics.", [this] { AnalyticsSession(); });
     Scene("(i) The host asked for the name of the crashed module.", [this] { CrashedModule(); });
     std::cout << '\n' << (failures_ == 0 ? "All of it happened." : "Something did not happen.") << std::endl;
+    if (options_.screenshot) Photograph(*options_.screenshot);
+    if (options_.staysWithPage) {
+      std::cout << "\nThe events are at " << sandbox_.Page() << "  ";
+      AwaitLeave();
+    }
     return failures_ == 0;
   }
 
@@ -227,6 +271,17 @@ class Demonstration {
     std::cout << "\n  CrashModule.txt (session, queue, module):\n\n" << module;
   }
 
+  // The newest event, beside all of them.
+  void Photograph(const std::string& path) {
+    const std::string count = std::to_string(sandbox_.Received().size());
+    demo::Browser browser(1200, 760);
+    browser.Open(sandbox_.Page() + "#" + count);
+    Expect(browser.Await("$$('#rows .row').length == " + count + " && $('#detail h2') != null"),
+           "the page shows every event");
+    browser.Photograph(path);
+    std::cout << "The page is in " << path << std::endl;
+  }
+
   HostRun StartHost(const std::map<int, std::string>& elements) {
     HostRun run = sandbox_.StartWatchedHost({.elements = elements});
     Tell("host", "process " + std::to_string(run.host.Id()) + " started the daemon, process " +
@@ -342,6 +397,7 @@ class Demonstration {
     std::cout << "  DID NOT HAPPEN: " << what << std::endl;
   }
 
+  const Options options_;
   demo::Sandbox sandbox_;
   std::chrono::steady_clock::time_point begin_;
   std::ptrdiff_t shownMessages_ = 0;
@@ -351,7 +407,20 @@ class Demonstration {
 
 }  // namespace
 
-int main() try { return Demonstration().Play() ? 0 : 1; } catch (const std::exception& error) {
+int main(int argc, char** argv) try {
+  Options options;
+  for (int at = 1; at < argc; ++at) {
+    const std::string argument = argv[at];
+    if (argument == "--page") {
+      options.staysWithPage = true;
+    } else if (argument == "--screenshot" && at + 1 < argc) {
+      options.screenshot = argv[++at];
+    } else {
+      throw std::invalid_argument("not understood: " + argument);
+    }
+  }
+  return Demonstration(options).Play() ? 0 : 1;
+} catch (const std::exception& error) {
   std::cerr << "Demo: " << error.what() << '\n';
   return 2;
 }
