@@ -21,5 +21,5 @@ install(FILES tools/crctl/crctl.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-
 
 set(documents "${CMAKE_INSTALL_DATADIR}/doc/crdaemon")
 file(GLOB texts CONFIGURE_DEPENDS docs/event*)
-install(FILES docs/hostkit.md docs/linux.md docs/on-disk-files.md ${texts} DESTINATION "${documents}")
+install(FILES docs/hostkit.md docs/integration.md docs/linux.md docs/on-disk-files.md ${texts} DESTINATION "${documents}")
 install(DIRECTORY examples/c examples/cpp DESTINATION "${documents}/examples")
