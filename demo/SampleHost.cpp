@@ -5,8 +5,8 @@
 //   signal N        dies of that signal
 //   exit N          ends with that status; so does the end of the input, with 0
 //   notify NAME     posts that notification about itself on the session bus
-// Given fewer elements than all, or a process id, it starts the daemon by itself and wrongly, as no host of the kit
-// can.
+// Given what the kit would refuse (fewer elements than all, another process id, a reporter that is not there), it
+// starts the daemon without it.
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -26,6 +26,7 @@ namespace {
 
 constexpr std::size_t allElements = 31;
 constexpr std::size_t processElement = 1;
+constexpr std::size_t reporterElement = 5;
 
 struct Options {
   // What the daemon is started with; element 0 is its own path.
@@ -63,7 +64,8 @@ struct Options {
   std::size_t count = allElements;
 
   [[nodiscard]] bool AreForTheKit() const {
-    return count == allElements && elements[processElement] == std::to_string(getpid());
+    return count == allElements && elements[processElement] == std::to_string(getpid()) &&
+           access(elements[reporterElement].c_str(), X_OK) == 0;
   }
 };
 
@@ -76,7 +78,7 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
   if (arguments.size() < 2 || arguments.size() % 2 != 0) Usage();
   Options options;
   options.elements[0] = arguments[arguments.size() - 2];
-  options.elements[5] = arguments.back();
+  options.elements[reporterElement] = arguments.back();
   for (std::size_t at = 0; at + 2 < arguments.size(); at += 2) {
     const std::string& value = arguments[at + 1];
     const std::size_t equals = value.find('=');
@@ -105,7 +107,7 @@ pid_t StartWithKit(const Options& options) {
   return crhost_daemon_id();
 }
 
-pid_t StartWrongly(const Options& options) {
+pid_t StartWithoutKit(const Options& options) {
   std::vector<char*> arguments;
   for (std::size_t at = 0; at < options.count; ++at)
     arguments.push_back(const_cast<char*>(options.elements[at].c_str()));
@@ -153,7 +155,8 @@ int main(int argc, char** argv) try {
   const rlimit noCoreFile{0, 0};
   setrlimit(RLIMIT_CORE, &noCoreFile);
   const Options options = ParseOptions({argv + 1, argv + argc});
-  std::cout << "daemon " << (options.AreForTheKit() ? StartWithKit(options) : StartWrongly(options)) << std::endl;
+  const pid_t daemon = options.AreForTheKit() ? StartWithKit(options) : StartWithoutKit(options);
+  std::cout << "daemon " << daemon << std::endl;
   for (std::string line; std::getline(std::cin, line);) Obey(line);
   return 0;
 } catch (const std::exception& error) {
