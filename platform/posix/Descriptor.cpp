@@ -59,17 +59,22 @@ class Guard {
     struct stat status {};
     if (fstat(place.folder.Number(), &status) != 0) return LastError();
     const bool isForeign = status.st_uid != 0;
-    isOn_ = isOn_ || isForeign || (status.st_mode & S_IWOTH) != 0;
+    const bool isSticky = (status.st_mode & S_ISVTX) != 0;
+    isShared_ = (status.st_mode & S_IWOTH) != 0;
+    isOn_ = isOn_ || isForeign || (isShared_ && !isSticky);
     isInLibrary_ = isOn_ && name == libraryName;
     place.newOwner = isForeign ? std::optional(Owner{status.st_uid, status.st_gid}) : std::nullopt;
     return {};
   }
 
   [[nodiscard]] bool IsOn() const { return isOn_; }
+  // In a shared sticky folder anybody can plant a link, but nobody a folder of root's.
+  [[nodiscard]] bool MayFollowLink() const { return !isOn_ && !isShared_; }
 
  private:
   const bool isRoot_ = IsRootUser();
   bool isOn_ = false;
+  bool isShared_ = false;
   bool isInLibrary_ = false;
 };
 
@@ -122,7 +127,7 @@ Result<Place> Walk(const Route& route, std::size_t depth, MissingFolders missing
   if (const auto error = guard.Enter(place, {})) return error;
   for (std::size_t i = 0; i < depth; ++i) {
     const std::string& name = route.names[i];
-    auto next = Step(place.folder.Number(), name, !guard.IsOn());
+    auto next = Step(place.folder.Number(), name, guard.MayFollowLink());
     if (next.Error() == std::errc::no_such_file_or_directory && missing == MissingFolders::make) {
       next = MakeStep(place, name, NewFolderMode(route, i + 1, guard.IsOn()));
     }

@@ -82,6 +82,30 @@ TEST_F(Contract, NewFileIsThereWholeOrNotAtAll) {
   EXPECT_EQ(NewFile::Create(Path("nowhere")).Error().value(), ENOENT);
 }
 
+TEST_F(Contract, AFileForAnEmptyPlaceReplacesNothing) {
+  Write(Path("taken"), "kept");
+  for (const auto& [name, error] : {std::pair("taken", EEXIST), {"free", 0}}) {
+    auto file = NewFile::Create(scene::Home(), NewFile::Target::absent);
+    ASSERT_TRUE(file);
+    EXPECT_FALSE(file->Write("new"));
+    EXPECT_EQ(file->Publish(Path(name)).value(), error);
+  }
+  EXPECT_EQ(*platform::ReadFile(Path("taken"), 100), "kept");
+  EXPECT_EQ(*platform::ReadFile(Path("free"), 100), "new");
+  EXPECT_EQ(scene::ModeOf(Path("free")), 0600U);
+  EXPECT_EQ(NamesIn(scene::Home()), (std::vector<std::string>{"free", "taken"}));
+}
+
+TEST_F(Contract, WhatWasNeverFinishedGoesOnceItIsOldEnough) {
+  for (const auto* name : {".crd-0123456789abcdef.tmpx", ".crd-0123456789ABCDEF.tmp", "old"}) Write(Path(name), "x");
+  const auto unfinished = NewFile::Create(scene::Home());
+  EXPECT_FALSE(platform::RemoveLeftovers(scene::Home(), platform::Now() - std::chrono::hours(1)));
+  EXPECT_EQ(NamesIn(scene::Home()).size(), 4U);
+  EXPECT_FALSE(platform::RemoveLeftovers(scene::Home(), platform::Now() + std::chrono::hours(1)));
+  EXPECT_EQ(NamesIn(scene::Home()).size(), 3U);
+  EXPECT_EQ(platform::RemoveLeftovers(Path("nowhere"), platform::Now()).value(), ENOENT);
+}
+
 TEST_F(Contract, NoFileIsOlderThanTheClockBeforeIt) {
   EXPECT_FALSE(platform::CreationDate(Path("file")));
   for (int i = 0; i < 50; ++i) {

@@ -83,6 +83,23 @@ TEST_F(Queue, ReportBecomesAPrivateEventThatIsPosted) {
   EXPECT_EQ(machine_.posted[2].Event("source.name"), "Photo");
 }
 
+TEST_F(Queue, FullDiskLosesNoEventAndPostsNoneTwice) {
+  machine_.disk.Put("/r.ips", TextReport());
+  machine_.disk.full = true;
+  RunIngester("/r.ips", "1");
+  ASSERT_EQ(machine_.posted.size(), 1U);
+  EXPECT_EQ(machine_.posted[0].Event("source.name"), "Photo");
+  EXPECT_TRUE(LoggedStart("failed to write event: /Users/anna/Library/Logs/CrashReporter/Ingest/crMacLog_"));
+
+  machine_.answers = {{.timesOut = true}};
+  machine_.At(machine_.Elapsed() + 1s).Do([this] { machine_.disk.full = false; });
+  RunIngester("/r.ips", "1");
+  EXPECT_EQ(machine_.disk.Names(queue).size(), 1U);
+  RunIngester();
+  EXPECT_EQ(machine_.posted.size(), 3U);
+  EXPECT_TRUE(machine_.disk.Names(queue).empty());
+}
+
 TEST_F(Queue, UnreadableReportStillMakesAnEventButASingleJsonLineNone) {
   RunIngester("/absent.ips", "2");
   machine_.disk.Make(Disk::Kind::fifo, "/fifo.ips");
@@ -161,9 +178,11 @@ TEST_F(Queue, FilesExpireAfterThirtyDaysWhateverTheyAre) {
   machine_.disk.Put(std::string(queue) + "/crMacLog_B.log.lck", "", now - limit);
   machine_.disk.Put(std::string(queue) + "/young.txt", "", now - limit + 1ms);
   machine_.disk.Make(Disk::Kind::folder, std::string(queue) + "/crMacLog_folder.log");
+  machine_.disk.Make(Disk::Kind::fifo, std::string(queue) + "/fifo");
+  machine_.disk.Find(ProcessWide().REPORTS_DIR + "/fifo")->created = now - limit - 1ms;
   RunIngester();
   EXPECT_EQ(machine_.disk.Names(queue),
-            (std::vector<std::string>{"crMacLog_B.log.lck", "young.txt", "crMacLog_folder.log"}));
+            (std::vector<std::string>{"crMacLog_B.log.lck", "young.txt", "crMacLog_folder.log", "fifo"}));
   EXPECT_TRUE(machine_.posted.empty());
 }
 

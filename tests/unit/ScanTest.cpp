@@ -208,3 +208,23 @@ TEST_F(Scan, WhenAReportCanBeProcessed) {
     EXPECT_EQ(daemon.IsReportAvailableToBeProcessed(), evenWithProblemReporter);
   }
 }
+
+TEST_F(Scan, WhatIsRefusedIsNamedOncePassedOverAndKept) {
+  const std::string folder = systemReports;
+  for (const char* name : {"Photo-1.ips", "Photo\n2.ips"})
+    machine.disk.Make(Disk::Kind::fifo, userReports + std::string(name));
+  machine.disk.Make(Disk::Kind::link, folder + "Photo-3.ips");
+  machine.disk.Put(newHardware + std::string("Photo-3.ips"), JsonReport());
+  for (int pass = 0; pass < 3; ++pass) EXPECT_EQ(daemon.getDiagnosticReports(), "Photo-3.ips");
+  EXPECT_EQ(machine.disk.Text(userReports + std::string("Photo-3.ips")), JsonReport());
+  const auto refused = [](const std::string& path, const char* why) {
+    return "refused to read report " + path + ": " + why;
+  };
+  EXPECT_EQ(machine.CountLogged(refused(UserReportPath("Photo-1.ips"), "No such device")), 1U);
+  EXPECT_EQ(machine.CountLogged(refused(UserReportPath("Photo\\x0a2.ips"), "No such device")), 1U);
+  EXPECT_EQ(machine.CountLogged(refused(folder + "Photo-3.ips", "Too many levels of symbolic links")), 1U);
+
+  for (int i = 0; i < 100; ++i) LogRefused("/" + std::to_string(i), "");
+  EXPECT_TRUE(machine.Logged("no more refused files are named"));
+  EXPECT_LE(machine.log.size(), 200U);
+}

@@ -58,6 +58,16 @@ TEST(Text, ReplacesEveryMalformedSequence) {
 TEST(Paths, OnlyAPlainComponentMayBecomePartOfAPath) {
   for (const auto& text : {""s, "."s, ".."s, "a/b"s, "a\0b"s}) EXPECT_FALSE(paths::IsPlainComponent(text)) << text;
   for (const char* text : {"a", "...", ".a", "~"}) EXPECT_TRUE(paths::IsPlainComponent(text)) << text;
+  for (const auto& [path, shown] : {std::pair("/Übung – ¿", "/Übung – ¿"),
+                                    {"a\n[ERROR]\x1b[m\x7f", "a\\x0a[ERROR]\\x1b[m\\x7f"},
+                                    {"\xc2\x9b"
+                                     "2J\xc2\xa0",
+                                     "\\xc2\\x9b"
+                                     "2J\xc2\xa0"},
+                                    {"a\xff\xc3\xa9", "a\\xff\\xc3\\xa9"},
+                                    {"€\xc4\x80", "€\xc4\x80"}}) {
+    EXPECT_EQ(paths::Shown(path), shown);
+  }
 }
 
 }  // namespace
