@@ -5,6 +5,7 @@
 #include "CRDaemon/ProcessValues.h"
 #include "platform/Clock.h"
 #include "support/AtomicFile.h"
+#include "support/FileSystemUtils.h"
 #include "support/Log.h"
 #include "support/Paths.h"
 
@@ -34,8 +35,10 @@ bool MyDaemon::setAdditionalHangFilePath() {
   if (source) {
     const auto report = ReadReportText(*source);
     if (!report) return DropHangReport("Error while reading content of hang file " + *source);
-    const std::error_code error = WriteNew(destination, *report);
-    if (error && error != std::errc::file_exists) return DropHangReport("Error while copying hang file");
+    if (!FileSystemUtils::DoesPathExist(destination)) {
+      const std::error_code error = WriteNew(destination, *report);
+      if (error && error != std::errc::file_exists) return DropHangReport("Error while copying hang file");
+    }
     process.foundHangReport = true;
   }
   process.additionalHangFile = destination;

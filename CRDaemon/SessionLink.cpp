@@ -19,6 +19,9 @@ namespace {
 // The host's own record, prefix and all. None when it cannot be read.
 MyDaemon::Text ReadSessionFile(const std::string& path) {
   auto record = platform::ReadFile(path, platform::smallFileLimitBytes);
+  if (platform::IsRefusal(record.Error())) {
+    LogError("refused to read session record " + path + ": " + record.Error().message());
+  }
   if (!record || !text::IsUtf8(*record)) return std::nullopt;
   return std::move(*record);
 }

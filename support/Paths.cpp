@@ -61,7 +61,7 @@ std::string Shown(std::string_view path) {
     if (byte < 0x80U) return byte < 0x20U || byte == 0x7FU;
     if (!isText) return true;
     // U+0080 to U+009F, both bytes of each.
-    const std::size_t first = byte == 0xC2U ? at : at - 1;
+    const std::size_t first = byte == 0xC2U || at == 0 ? at : at - 1;
     return path[first] == '\xC2' && static_cast<unsigned char>(path[first + 1]) < 0xA0U;
   };
   std::string shown;

@@ -78,7 +78,10 @@ std::optional<std::string> Glimmer::getGlimmerSessionIDFromSIFFile(const std::st
   EnsureFolder(sifPath);
   const NamePattern pattern = PatternOf(appName, procID, productFamily, productName);
   auto entries = platform::Folder::Open(sifPath);
-  if (!entries) return std::nullopt;
+  if (!entries) {
+    LogError("session folder cannot be read: " + sifPath + ": " + entries.Error().message());
+    return std::nullopt;
+  }
   while (const auto name = entries->Next()) {
     if (auto session = SessionIn(*name, pattern)) return session;
   }
