@@ -91,7 +91,7 @@ class NewFile {
   std::error_code Write(std::string_view bytes);
   std::error_code Sync();
   // Puts it at `path`, which lies in the folder given to Create: in the place of what is there or, when nothing may be,
-  // EEXIST.
+  // EEXIST. Then also an error where a file system or a policy knows no second names.
   std::error_code Publish(const std::string& path);
 
  private:

@@ -91,7 +91,9 @@ HostileEntry Plant(std::string_view kind, const fs::path& path) {
 
 std::vector<HostileEntry> PlantAll(const fs::path& folder, std::string_view begin, std::string_view end) {
   std::vector<HostileEntry> entries;
-  const auto name = [&](std::string middle) { return folder / (std::string(begin) + middle + std::string(end)); };
+  const auto name = [&](const std::string& middle) {
+    return folder / (std::string(begin) + middle + std::string(end));
+  };
   for (const std::string& kind : HostileKinds()) {
     std::string middle = kind;
     std::replace(middle.begin(), middle.end(), ' ', '-');

@@ -41,7 +41,8 @@ bool EnterNamespace(const RootWorld& world) {
 [[noreturn]] void Become(const RootWorld& world, std::vector<std::string> arguments,
                          const std::map<std::string, std::string>& environment) {
   std::vector<std::string> variables;
-  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+  variables.reserve(environment.size());
+  for (const auto& [name, value] : environment) variables.emplace_back(name).append("=").append(value);
   std::vector<char*> argumentPointers, variablePointers;
   for (auto& argument : arguments) argumentPointers.push_back(argument.data());
   for (auto& variable : variables) variablePointers.push_back(variable.data());
@@ -61,7 +62,7 @@ RootWorld MakeRootWorld(const demo::Sandbox& sandbox, const fs::path& folder) {
   for (const fs::path& path : {world.folder, world.own, world.outside}) fs::create_directory(path);
   sandbox.Put(world.home / "letter", "");
   fs::create_directories(world.own / "Library/Logs/Malvex/CrDebugLogs");
-  std::ofstream(world.own / "Library/Logs/Malvex/CrDebugLogs/generatecrlogornot.txt");
+  std::ofstream(world.own / "Library/Logs/Malvex/CrDebugLogs/generatecrlogornot.txt") << '\n';
   const demo::Account account = demo::OrdinaryAccount();
   std::ofstream(world.folder / "passwd") << "root:x:0:0::/root:/bin/sh\nnobody:x:" << account.user << ":"
                                          << account.group << "::" << world.home.string() << ":/bin/sh\n";

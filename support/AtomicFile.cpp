@@ -28,7 +28,11 @@ std::error_code WriteAtomically(const std::string& path, std::string_view bytes,
   return Finish(*file, path, bytes);
 }
 
+// A file system or a policy without second names must cost no event, nor must a failure of the moment. What is written
+// so has a name of its own, or was looked for just before: nothing of value can be replaced.
 std::error_code WriteNew(const std::string& path, std::string_view bytes) {
   auto file = NewFile::Create(FolderOf(path), NewFile::Target::absent);
-  return file ? Finish(*file, path, bytes) : file.Error();
+  const auto error = file ? Finish(*file, path, bytes) : file.Error();
+  if (!error || error == std::errc::file_exists || platform::KindOf(path) != platform::FileKind::absent) return error;
+  return WriteAtomically(path, bytes);
 }

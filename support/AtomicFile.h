@@ -13,5 +13,5 @@ enum class ModeAndOwner { privateToUser, asTheFileReplaced };
                                               ModeAndOwner modeAndOwner = ModeAndOwner::privateToUser);
 
 // The same (0600) where nothing stands yet, and EEXIST where something does. A kill midway leaves nothing behind, if
-// the file system can do that.
+// the file system can do that. Where this way fails, the one above is tried.
 [[nodiscard]] std::error_code WriteNew(const std::string& path, std::string_view bytes);

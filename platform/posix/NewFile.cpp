@@ -137,13 +137,7 @@ std::error_code NewFile::Publish(const std::string& path) {
   if (body_->target == Target::replaced) return body_->Rename(name.c_str());
   const auto error = body_->AddName(name.c_str());
   if (!error) body_->DropName();
-  // A file system without second names: the moment between look and change is the price of it.
-  const bool isLinkless = error == std::errc::operation_not_permitted || error == std::errc::operation_not_supported;
-  if (!isLinkless || body_->place.name.empty()) return error;
-  if (KindAt(body_->place.folder.Number(), name.c_str()) != FileKind::absent) {
-    return std::make_error_code(std::errc::file_exists);
-  }
-  return body_->Rename(name.c_str());
+  return error;
 }
 
 std::error_code RemoveLeftovers(const std::string& path, Time before) {
