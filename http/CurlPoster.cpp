@@ -60,6 +60,10 @@ void CurlPoster::SetUp(const std::string& url) {
   curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, silenceLimitSeconds);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, postLimitMilliseconds);
+#if CURL_AT_LEAST_VERSION(7, 87, 0)
+  // After a time-out, do not wait for a name server that does not answer: the daemon would end us before we said why.
+  curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+#endif
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &CurlPoster::Receive);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);

@@ -153,7 +153,12 @@ void RawService::Serve(int socket) {
   const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context_.get()), SSL_free);
   Connection plain(socket, nullptr, isEnding_);
   if (greeting_ == Greeting::silence) static_cast<void>(plain.Pause(std::chrono::hours(1)));
-  if (greeting_ == Greeting::reset) plain.Reset();
+  if (greeting_ == Greeting::reset) {
+    // Not before the connection stands on the other side, where it would count as refused.
+    char hello = 0;
+    static_cast<void>(recv(socket, &hello, 1, 0));
+    plain.Reset();
+  }
   if (greeting_ == Greeting::noTls) plain.Send("220 mail.example ESMTP\r\n");
   SSL_set_fd(tls.get(), socket);
   if (greeting_ == Greeting::handshake && SSL_accept(tls.get()) == 1) {

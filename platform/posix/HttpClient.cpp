@@ -116,7 +116,7 @@ struct HttpClient::Body {
   bool timedOut = false;
   std::optional<steady_clock::time_point> firstPost;
 
-  // Makes sure that there is a helper; else says why not.
+  // Makes sure that there is a helper; else says why not. One that has ended already may have left an answer.
   std::optional<HttpAnswer> Prepare(http::Deadline deadline) {
     if (helper && !helper->IsQuiet()) helper.reset();
     if (helper) return std::nullopt;
@@ -126,7 +126,7 @@ struct HttpClient::Body {
     if (!started) return HttpAnswer{0, AboutHelper("could not be started: " + started.Error().message())};
     helper.emplace(std::move(*started));
     const auto error = http::SendBytes(helper->Socket(), opening, deadline);
-    return error ? std::optional(Fail(error)) : std::nullopt;
+    return error && error != std::errc::broken_pipe ? std::optional(Fail(error)) : std::nullopt;
   }
 
   HttpAnswer Exchange(std::string_view body, http::Deadline deadline) {
