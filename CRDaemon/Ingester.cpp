@@ -27,13 +27,6 @@ void LogUncaught(const char* name, Operation operation, CodePlace place = {__bui
   }
 }
 
-// A report that cannot be read still makes an event: that the host crashed is worth knowing.
-platform::Dictionary EventOf(const std::string& path, const std::string& type, const conversion::Sender& sender) {
-  conversion::Converter converter(type, sender);
-  const bool isWhole = ReadReportPieces(path, [&converter](std::string_view piece) { converter.Feed(piece); });
-  return isWhole ? converter.Finish() : conversion::EventFromReport("", type, sender);
-}
-
 // True when it stands in the queue. That its folder could not be synced is said in the log, but is no reason to post
 // the event from memory too.
 bool QueueEvent(const platform::Dictionary& event) {
@@ -52,6 +45,13 @@ bool QueueEvent(const platform::Dictionary& event) {
 }
 
 }  // namespace
+
+// That the host crashed is worth knowing, whatever became of its report.
+platform::Dictionary EventOfReport(const std::string& path, const std::string& type, const conversion::Sender& sender) {
+  conversion::Converter converter(type, sender);
+  const bool isWhole = ReadReportPieces(path, [&converter](std::string_view piece) { converter.Feed(piece); });
+  return isWhole ? converter.Finish() : conversion::EventFromReport("", type, sender);
+}
 
 // Its exceptions are reported under the name of `start`.
 Ingester::Ingester(const std::string& appName, const std::string& appVersion, const std::string& crashReporterVersion,
@@ -115,7 +115,7 @@ std::string Ingester::getUniqueFileName() {
 
 std::optional<platform::Dictionary> Ingester::saveReport(const std::string& path, const std::string& type) {
   LogInfo("save report from path: " + path);
-  platform::Dictionary event = EventOf(path, type, sender_);
+  platform::Dictionary event = EventOfReport(path, type, sender_);
   if (QueueEvent(event)) return std::nullopt;
   return event;
 }

@@ -71,6 +71,11 @@ class Ingester {
   conversion::Sender sender_;
 };
 
+// The event of a report's file. One that cannot be read counts as empty, and still makes an event. Throws
+// std::out_of_range for a JSON report of a single line.
+[[nodiscard]] platform::Dictionary EventOfReport(const std::string& path, const std::string& type,
+                                                 const conversion::Sender& sender);
+
 // The event as far as its file tells it. None when the file must stay as it is: somebody else delivered and removed it,
 // the guard refused it, or the system failed for the moment. One that is there and cannot be understood is an empty
 // event.

@@ -63,12 +63,14 @@ std::vector<std::string_view> Tokens(std::string_view line) {
 // The last line about it counts.
 bool IsAppendOn(std::string_view settings) {
   bool isOn = false;
-  for (const std::string_view line : text::Split(settings, '\n')) {
-    if (line.size() > longestSettingsLine) break;
+  while (true) {
+    const std::string_view line = settings.substr(0, settings.find('\n'));
+    if (line.size() > longestSettingsLine) return isOn;
     const auto tokens = Tokens(line);
     if (tokens.size() >= 2 && tokens[0] == "append") isOn = tokens[1] == "1";
+    if (line.size() == settings.size()) return isOn;
+    settings.remove_prefix(line.size() + 1);
   }
-  return isOn;
 }
 
 }  // namespace
