@@ -55,9 +55,8 @@ std::int32_t AddQueues(std::string_view threads, std::string& lines) {
   json::Elements elements(threads);
   while (const auto thread = elements.Next()) {
     if (!json::MemberOf(*thread, "triggered")) continue;
-    if (const auto queue = TextMember(*thread, "queue"); queue && lines.size() < queueBytes) {
-      lines += text::Trim(*queue) + "\n";
-    }
+    const auto queue = lines.size() < queueBytes ? TextMember(*thread, "queue") : std::nullopt;
+    if (queue) lines += text::Trim(*queue) + "\n";
     const auto frames = json::MemberOf(*thread, "frames");
     if (frames && json::IsArray(*frames)) return FirstImageIndex(*frames);
   }

@@ -64,6 +64,11 @@ void translateKeyValueFromTextReportLine(std::string_view line, Dictionary& even
   if (row == TEXT_REPORT_TRANSLATION.end()) return;
   const std::string value = trimWhiteSpaces(line.substr(colon + 1));
   const auto [eventKey, handler] = row->second;
+  // To format a time is to look at the file of the time zone: that is done once, for the last line that counts.
+  if (handler == handleTimeStamp) {
+    if (dates::ParseReportTime(value)) event.Set(eventKey, value);
+    return;
+  }
   setObject(event, eventKey, handler == nullptr ? value : handler(value, event));
 }
 
@@ -102,6 +107,10 @@ class TextReport {
 
   void AddTo(Dictionary& event) {
     TakeLine(begun_);
+    for (const char* key : {"event.dts_start", "event.dts_end"}) {
+      const Value* time = fields_.Find(key);
+      if (time != nullptr) setObject(fields_, key, handleTimeStamp(*time->As<std::string>(), event));
+    }
     for (const auto& [key, value] : fields_) event.Set(key, value);
   }
 

@@ -32,7 +32,7 @@ using reliability::FailureOf;
 using reliability::Figures;
 
 constexpr std::size_t reportBytes = 60'000'000;
-constexpr std::size_t shortReportBytes = 6'000'000;
+constexpr std::size_t shortReportBytes = 3'000'000;
 constexpr std::uint64_t fixedBytes = std::uint64_t{8} << 20U;
 constexpr char processId[] = "4711";
 constexpr uid_t ordinaryUser = 65534;
@@ -66,8 +66,8 @@ class Home {
 };
 
 void Try(Figures& figures, const char* what, const std::string& name, std::uint64_t memoryBytes,
-         const std::function<bool()>& action) {
-  const std::string failure = FailureOf(action, memoryBytes + fixedBytes);
+         const std::function<bool()>& action, int steps = 1) {
+  const std::string failure = FailureOf(action, memoryBytes + fixedBytes, steps);
   figures.Count(what, name + (failure.empty() ? "" : ": " + failure), failure.empty());
 }
 
@@ -136,6 +136,9 @@ bool IsKeptAside(const fs::path& preferences, std::uint64_t size) {
   return false;
 }
 
+constexpr int stepsOfReading = 2;   // parse, write
+constexpr int stepsOfARewrite = 3;  // read, store, read
+
 // A new key beside all that was there; what cannot be understood is kept aside, and too much is left alone.
 bool IsKeptByARewrite(const fs::path& path, const Content& content) {
   const std::uint64_t size = fs::file_size(path);
@@ -154,9 +157,12 @@ void TryPropertyLists(Figures& figures, const Home& home) {
     const fs::path path = home.Put(name, bytes);
     // Our values, the library's, its text, ours; and each byte that is no UTF-8 is written as three.
     const std::uint64_t memory = 16 * bytes.size();
-    Try(figures, "hostile property lists read", content.name, memory,
-        [&] { return IsReadSoundly(path, content.isSound); });
-    Try(figures, "hostile preferences kept", content.name, memory, [&] { return IsKeptByARewrite(path, content); });
+    Try(
+        figures, "hostile property lists read", content.name, memory,
+        [&] { return IsReadSoundly(path, content.isSound); }, stepsOfReading);
+    Try(
+        figures, "hostile preferences kept", content.name, memory, [&] { return IsKeptByARewrite(path, content); },
+        stepsOfARewrite);
     fs::remove_all(path.parent_path());
   }
 }

@@ -20,7 +20,7 @@ std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
   if (static_cast<std::uint64_t>(status.st_size) > limitBytes) return std::make_error_code(std::errc::file_too_large);
 
   // Small enough for the processor's cache, since whoever takes it reads it more than once.
-  constexpr std::size_t pieceBytes = std::size_t{128} << 10U;
+  constexpr std::size_t pieceBytes = std::size_t{64} << 10U;
   const std::unique_ptr<char[]> piece(new char[pieceBytes]);
   for (std::uint64_t bytes = 0;;) {
     const ssize_t count = read(file->Number(), piece.get(), pieceBytes);
