@@ -2,6 +2,7 @@
 // a small multiple of the file, and what is sound is still found.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -55,7 +56,7 @@ class Home {
   ~Home() { fs::remove_all(folder_); }
 
   fs::path Put(const fs::path& name, const std::string& bytes) const {
-    const fs::path path = folder_ / name;
+    fs::path path = folder_ / name;
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
