@@ -91,7 +91,12 @@ http::Reply CurlPoster::Post(std::string_view body) {
   curl_easy_setopt(easy_.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   // Null would mean that the body is to be read from standard input.
   curl_easy_setopt(easy_.get(), CURLOPT_POSTFIELDS, body.empty() ? "" : body.data());
-  return Judge(curl_easy_perform(easy_.get()));
+  // A connection on which a request broke off may still hold a piece of it, and would send that in place of the next
+  // one.
+  curl_easy_setopt(easy_.get(), CURLOPT_FRESH_CONNECT, failed_ ? 1L : 0L);
+  http::Reply reply = Judge(curl_easy_perform(easy_.get()));
+  failed_ = reply.status == 0;
+  return reply;
 }
 
 http::Reply CurlPoster::Judge(CURLcode result) const {

@@ -38,5 +38,6 @@ class CurlPoster {
   int peerSocket_;
   std::chrono::steady_clock::time_point nextLook_;  // at the peer
   std::size_t receivedBytes_ = 0;                   // of this answer's body
+  bool failed_ = false;                             // the last post
   char error_[CURL_ERROR_SIZE] = {};
 };

@@ -51,7 +51,7 @@ void WrapPrograms(const demo::Sandbox& sandbox) {
 
 std::string Strace(const fs::path& output, std::string_view traced, const std::string& injected) {
   // Detached at execve: what a daemon starts is traced, if at all, by a strace of its own.
-  std::string command = "/usr/bin/strace -A -f -b execve -qqq -s 0 -o " + output.string() +
+  std::string command = "/usr/bin/strace -A -f -b execve -qqq -y -s 0 -o " + output.string() +
                         " -e trace=" + std::string(traced) + "," + waiting;
   if (!injected.empty()) command += " -e inject=" + injected;
   return command;
@@ -161,6 +161,7 @@ class Scene {
   void Examine(const Ledger& ledger, Outcome& outcome) {
     const std::set<std::string> queued = ReadQueue(outcome);
     faultyTrace_ = daemonTrace_;
+    outcome.daemonTrace = demo::ContentOf(faultyTrace_);
     outcome.daemonCalls = CallsIn(faultyTrace_);
     outcome.posterCalls = CallsIn(PosterTrace());
     for (const std::string& event : planted_) {

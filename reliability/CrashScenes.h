@@ -26,7 +26,8 @@ struct Outcome {
   bool remembered = false;                    // the crash, so that it is never offered again
   std::vector<std::string> daemonCalls = {};  // "call N", in order: a thread's Nth call of that name
   std::vector<std::string> posterCalls = {};
-  std::string harm = {};  // what was lost, or found that should not be; empty: nothing
+  std::string daemonTrace = {};  // as strace wrote it
+  std::string harm = {};         // what was lost, or found that should not be; empty: nothing
 };
 
 // Plays each scene, all of them side by side, each for a user of its own with a home of its own: a real host crashes
