@@ -18,13 +18,12 @@ constexpr Limits smallValue = {.values = 16, .bytes = std::size_t{64} << 10U, .l
 
 // Past the text whose opening quote stands first.
 std::size_t EndOfText(std::string_view json, std::size_t begin) {
-  for (std::size_t i = begin + 1; i < json.size(); ++i) {
-    i = json.find_first_of("\"\\", i);
-    if (i == std::string_view::npos) break;
-    if (json[i] == '"') return i + 1;
-    ++i;
+  for (std::size_t from = begin + 1;;) {
+    const std::size_t mark = json.find_first_of("\"\\", from);
+    if (mark == std::string_view::npos) return json.size();
+    if (json[mark] == '"') return mark + 1;
+    from = mark + 2;
   }
-  return json.size();
 }
 
 std::size_t EndOfContainer(std::string_view json) {

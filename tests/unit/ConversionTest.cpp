@@ -151,9 +151,10 @@ TEST_F(Conversion, EveryEventFitsTheQueue) {
       "\"" + longText("&") + "\"",         "[\"" + longText("&").substr(0, 60'000) + "\"]", "[" + longText("0,") + "0]",
       longText("[") + "0" + longText("]"), std::string(300, '[') + std::string(300, ']'),   R"({"CF$UID":1})"};
   for (const std::string& member : members) {
-    const Dictionary event = EventFromReport("{}\n{\"modelCode\":" + member + ",\"exception\":{\"type\":" + member +
-                                                 ",\"signal\":" + member + ",\"subtype\":\"T\"}}",
-                                             "0", sender);
+    std::string report = R"({}
+{"exception":{"subtype":"T","type":)";
+    report.append(member).append(R"(,"signal":)").append(member).append(R"(},"modelCode":)").append(member).append("}");
+    const Dictionary event = EventFromReport(report, "0", sender);
     EXPECT_TRUE(platform::WritePropertyList(Value(event))) << member.substr(0, 20);
     EXPECT_EQ(TextOf(event, "event.error_desc"), member.starts_with("[[[[") && member.size() > 1000 ? absent : "T");
   }
