@@ -13,8 +13,8 @@ END = "<!-- end of the table -->"
 
 @dataclasses.dataclass
 class Row:
-    """`figure` is what is held against the goal. Where the goal is out of reach, `bound` gates instead; the page's prose
-    says why.
+    """`figure` is what is held against the goal. Where the goal is out of reach, or too near for a busy machine, `bound`
+    gates instead; the page's prose says why.
     """
 
     what: str
