@@ -55,10 +55,14 @@ void ReleaseStack() {
 // a debugger's breakpoints are written into these pages.
 void ReleasePagesOfStart() {
 #ifdef NDEBUG
+  constexpr bool isDebugBuild = false;
+#else
+  constexpr bool isDebugBuild = true;
+#endif
   constexpr int callsOfStart = 8;
   static std::atomic<int> calls = 0;
-  if (calls.load() <= callsOfStart && ++calls == callsOfStart) dl_iterate_phdr(ReleasePages, nullptr);
-#endif
+  if (isDebugBuild || calls.load() >= callsOfStart) return;
+  if (++calls == callsOfStart) dl_iterate_phdr(ReleasePages, nullptr);
 }
 
 }  // namespace
