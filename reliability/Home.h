@@ -15,6 +15,7 @@ class Home {
  public:
   Home(demo::Sandbox& sandbox, const std::string& name);
 
+  [[nodiscard]] std::filesystem::path Reports() const { return folder_ / "Library/Logs/DiagnosticReports"; }
   [[nodiscard]] std::filesystem::path Queue() const { return folder_ / "Library/Logs/CrashReporter/Ingest"; }
   void QueueEvent(const std::string& id) const;
   // The ids of the events that are still queued.
