@@ -25,12 +25,13 @@ struct Call {
   std::string name;
   std::string arguments;
   long result = -1;
+  std::string returned = {};  // the path behind a returned descriptor, and what else follows
 };
 
 // A call that another thread interrupts is printed in two pieces.
 std::vector<Call> ReadTrace(const std::string& trace) {
   static const std::regex resumed(R"(<\.\.\. \w+ resumed>)");
-  static const std::regex whole(R"((\w+)\((.*)\)\s+= (-?\d+).*)");
+  static const std::regex whole(R"((\w+)\((.*)\)\s+= (-?\d+)(.*))");
   constexpr std::string_view unfinished = " <unfinished ...>";
   std::map<std::string, std::string> begun;
   std::vector<Call> read;
@@ -42,7 +43,7 @@ std::vector<Call> ReadTrace(const std::string& trace) {
     }
     std::smatch match;
     if (std::regex_search(rest, match, resumed)) rest = begun[thread] + match.suffix().str();
-    if (std::regex_match(rest, match, whole)) read.push_back({match[1], match[2], std::stol(match[3])});
+    if (std::regex_match(rest, match, whole)) read.push_back({match[1], match[2], std::stol(match[3]), match[4]});
   }
   return read;
 }
@@ -65,7 +66,16 @@ class Disk {
     static const std::regex quoted(R"re("([^"]*)")re");
     const auto paths = Matches(call.arguments, behindDescriptor);
     const auto texts = Matches(call.arguments, quoted);
-    if (call.name == "write" || call.name == "pwrite64" || call.name == "ftruncate") {
+    if (call.name == "openat") {
+      // Another file, even where its number in the file system was that of a deleted one.
+      const auto made = Matches(call.returned, behindDescriptor);
+      const bool isNew =
+          call.arguments.find("O_TMPFILE") != std::string::npos || call.arguments.find("O_EXCL") != std::string::npos;
+      if (isNew && !made.empty()) {
+        open_.erase(made.front());
+        static_cast<void>(Open(made.front()));
+      }
+    } else if (call.name == "write" || call.name == "pwrite64" || call.name == "ftruncate") {
       if (!paths.empty()) files_[Open(paths.front())].synced = false;
     } else if (call.name == "fsync" || call.name == "fdatasync") {
       if (!paths.empty()) Sync(paths.front());
