@@ -86,6 +86,11 @@ bool RenameToAbsent(int oldFolder, const char* oldName, int newFolder, const cha
   return renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0;
 }
 
-bool SyncToDisk(int descriptor) { return fsync(descriptor) == 0; }
+bool SyncToDisk(int descriptor) {
+  while (fsync(descriptor) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 // NSFileCreationDate and NSFileImmutable are these fields, but for the rounding of a date to a double, and are to be
@@ -61,6 +62,11 @@ bool RenameToAbsent(int oldFolder, const char* oldName, int newFolder, const cha
 }
 
 // An fsync alone leaves it in the drive's cache; some volumes know no more.
-bool SyncToDisk(int descriptor) { return fcntl(descriptor, F_FULLFSYNC) == 0 || fsync(descriptor) == 0; }
+bool SyncToDisk(int descriptor) {
+  while (fcntl(descriptor, F_FULLFSYNC) != 0 && fsync(descriptor) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
 
 }  // namespace platform
