@@ -116,6 +116,7 @@ class Trials {
     const auto ids = QueueEvents(home, events);
     Ledger ledger(sandbox_, "event.guid", 1);
     std::vector<HostRun> runs;
+    runs.reserve(static_cast<std::size_t>(daemons));
     for (int i = 0; i < daemons; ++i) runs.push_back(home.Start(ledger.Variables()));
     static_cast<void>(Eventually([&] { return FilesIn(home) == 0; }));
     for (const std::string& id : ids) {
@@ -129,6 +130,7 @@ class Trials {
     const Home home(sandbox_, "crashes");
     Ledger ledger(sandbox_, "source.name", 2);
     std::vector<HostRun> runs;
+    runs.reserve(static_cast<std::size_t>(hosts));
     for (int i = 0; i < hosts; ++i) runs.push_back(home.Start(ledger.Variables(), {.elements = {{2, Name(i)}}}));
     for (const HostRun& run : runs) static_cast<void>(run.AwaitMessage("runOnce"));
     for (const HostRun& run : runs) run.host.Say("crash");
@@ -167,6 +169,7 @@ class Trials {
     Ledger ledger(sandbox_, "event.guid", seed);
     std::mt19937 random(seed);
     std::vector<HostRun> runs;
+    runs.reserve(static_cast<std::size_t>(daemons) + static_cast<std::size_t>(kills));
     for (int i = 0; i < daemons; ++i) runs.push_back(home.Start(ledger.Variables()));
     for (int i = 0; i < kills; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution(0, 60)(random)));
@@ -197,6 +200,7 @@ class Trials {
     constexpr int most = 30;
     for (int round = 0; round < most && !home.Queued().empty(); ++round) {
       std::vector<HostRun> runs;
+      runs.reserve(static_cast<std::size_t>(daemons));
       for (int i = 0; i < daemons; ++i) runs.push_back(home.Start(ledger.Variables()));
       for (const HostRun& run : runs) static_cast<void>(run.AwaitMessage("runOnce"));
       for (HostRun& run : runs) run.host.Say("exit 0");

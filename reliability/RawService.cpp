@@ -32,7 +32,7 @@ std::size_t ContentLength(std::string head) {
 }  // namespace
 
 Certificate Certificate::Make(const std::string& altName, int firstDay, int lastDay) {
-  const Certificate made{{EVP_EC_gen("P-256"), EVP_PKEY_free}, {X509_new(), X509_free}};
+  Certificate made{{EVP_EC_gen("P-256"), EVP_PKEY_free}, {X509_new(), X509_free}};
   X509* x509 = made.x509.get();
   X509_set_version(x509, X509_VERSION_3);
   ASN1_INTEGER_set(X509_get_serialNumber(x509), 1);
@@ -175,7 +175,7 @@ void RawService::Serve(int socket) {
     shutdown(socket, SHUT_RDWR);
   } else {
     const sockaddr nobody{AF_UNSPEC, {}};
-    connect(socket, &nobody, sizeof nobody);  // ends it with a reset
+    static_cast<void>(connect(socket, &nobody, sizeof nobody));  // ends it with a reset
   }
 }
 
