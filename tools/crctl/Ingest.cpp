@@ -191,8 +191,8 @@ Answer ServeIngest(const IngestChoice& choice, bool asJson) {
   std::optional<ingest::Certificate> certificate;
   if (!choice.tls.empty()) certificate = {.path = choice.tls.at(0), .keyPath = choice.tls.at(1)};
   Printer printer(asJson);
-  ingest::IngestService service(
-      **store, certificate, [&printer](const Dictionary& record) { printer.Print(Summary(record), record); });
+  ingest::IngestService service(**store, certificate,
+                                [&printer](const Dictionary& record) { printer.Print(Summary(record), record); });
   if (choice.status) service.AnswerWith({*choice.status});
   if (const auto why = service.Start(choice.port)) return Failed(*why);
   const std::string origin = service.Origin();
