@@ -66,7 +66,8 @@ std::vector<std::string> CallsIn(const fs::path& trace) {
     const std::string call = rest.substr(0, rest.find('('));
     const bool begins = call.size() < rest.size() && call.find_first_of(" <+") == std::string::npos;
     if (!begins || call == waiting) continue;
-    calls.push_back(call + " " + std::to_string(++counts[thread + " " + call]));
+    const int count = ++counts[std::string(thread).append(" ").append(call)];
+    calls.push_back(std::string(call).append(" ").append(std::to_string(count)));
   }
   return calls;
 }
@@ -117,9 +118,7 @@ class Scene {
       const std::string id = name_ + "-" + std::to_string(event);
       // Longer than one page, so that half an event would be seen to be one.
       const std::string code = "planted" + std::string(6000, 'x');
-      sandbox.Put(Queue() / ("crMacLog_" + id + ".log"),
-                  "<plist version=\"1.0\"><dict><key>event.user_guid</key><string>" + id +
-                      "</string><key>event.error_code</key><string>" + code + "</string></dict></plist>");
+      sandbox.Put(Queue() / ("crMacLog_" + id + ".log"), Replaced(Replaced(eventFile, "%guid", id), "%code", code));
       planted_.insert(id + code);
     }
   }
@@ -191,6 +190,10 @@ class Scene {
   }
 
  private:
+  static constexpr char eventFile[] =
+      "<plist "
+      "version=\"1.0\"><dict><key>event.user_guid</key><string>%guid</string><key>event.error_code</key><string>%code"
+      "</string></dict></plist>";
   static constexpr char foreignPreferences[] =
       "<plist version=\"1.0\"><dict><key>always_never_send</key><string>%</string><key>zz Ü</key><array><integer>-7"
       "</integer><true/><data>AAEC</data></array><key>lastCrash_Other_1_</key><string>Other.ips</string>"

@@ -59,7 +59,7 @@ std::vector<Fault> ErrorsIn(const Fault& undisturbed, const std::string& program
   for (const std::string& step : reliability::StepsOf(calls)) {
     for (const std::string& error : errorsOf.at(step.substr(0, step.find(' ')))) {
       Fault fault = undisturbed;
-      fault.name += ", " + program + ": " + error + " from " + step;
+      fault.name.append(", ").append(program).append(": ").append(error).append(" from ").append(step);
       fault.*target = reliability::InjectionAt(step, "error=" + error);
       faults.push_back(std::move(fault));
     }

@@ -34,7 +34,7 @@ std::vector<Fault> PointsOf(bool isShort) {
     if (!runs[i].harm.empty()) throw std::runtime_error("undisturbed: " + runs[i].harm);
     const auto add = [&](const std::string& program, const std::string& step, std::string Fault::*target) {
       Fault fault = undisturbed[i];
-      fault.name += ", " + program + " at " + step;
+      fault.name.append(", ").append(program).append(" at ").append(step);
       fault.*target = reliability::InjectionAt(step, kill);
       faults.push_back(std::move(fault));
     };

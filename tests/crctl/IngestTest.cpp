@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -259,16 +260,16 @@ TEST_F(IngestApi, StreamsGoOnWhereTheyWereAndStarveNobody) {
   EXPECT_TRUE(missed.starts_with("id: 2\ndata: {\"id\":2,")) << missed;
   EXPECT_NE(missed.find("\n\nid: 3\ndata: {"), std::string::npos);
 
-  std::vector<std::thread> readers;
-  std::atomic<int> started = 0;
-  for (int reader = 0; reader < 40; ++reader) {
-    readers.emplace_back([&, client = Client()]() mutable {
+  std::array<std::thread, 40> readers;
+  std::atomic<std::size_t> started = 0;
+  for (std::thread& reader : readers) {
+    reader = std::thread([&, client = Client()]() mutable {
       client.Get(
           "/api/live", [&](const httplib::Response& answer) { return ++started, answer.status == 200; },
           [](const char*, std::size_t) { return true; });
     });
   }
-  EXPECT_TRUE(demo::Eventually([&] { return started == 40; }));
+  EXPECT_TRUE(demo::Eventually([&] { return started == readers.size(); }));
   EXPECT_EQ(Post(whole), 200);
   service_.reset();
   for (std::thread& reader : readers) reader.join();
