@@ -184,7 +184,7 @@ def crashes(world, rounds):
         tracer, trace = traced(world, world.daemon_command(host, "/bin/true"), home, "execve,clock_nanosleep",
                                world.environment(home))
         worlds.eventually(lambda trace=trace: trace.exists() and first(trace, "clock_nanosleep"), "daemon that waits")
-        world.put(home / "Library/Logs/DiagnosticReports/Photo-2026-03-04-050619.ips", worlds.report(host.pid))
+        world.put(home / "Library/Logs/DiagnosticReports/Photo-of-this-run.ips", worlds.report(host.pid))
         death = time.time()
         host.send_signal(signal.SIGSEGV)
         host.wait()

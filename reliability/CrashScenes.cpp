@@ -16,7 +16,8 @@ namespace fs = std::filesystem;
 using platform::Dictionary;
 using platform::Value;
 
-constexpr char reportName[] = "Photo-2026-03-04-050619.ips";
+// Without digits: a name that holds the process id is that of the host's own signal report.
+constexpr char reportName[] = "Photo-of-this-run.ips";
 constexpr char rememberedKey[] = "lastCrash_Photo_4.2.0_b7";
 constexpr std::size_t scenesAtOnce = 24;  // most of their time they sleep
 constexpr char waiting[] = "clock_nanosleep";

@@ -27,7 +27,7 @@ constexpr char delivered[] = "crash among hostile entries is delivered";
 constexpr char untouched[] = "hostile entry is left as it was";
 constexpr char named[] = "hostile entry is named in the log";
 constexpr char fromMemory[] = "crash without a usable queue is delivered";
-constexpr char reportName[] = "Photo-2026-01-02-030405.ips";
+constexpr char reportName[] = "Photo-of-this-run.ips";
 constexpr char queuedEvent[] =
     "<plist version=\"1.0\"><dict><key>source.name</key><string>Photo</string></dict></plist>";
 

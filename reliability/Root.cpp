@@ -41,7 +41,7 @@ constexpr char unprivileged[] = "HTTP helper of root's daemon runs as the consol
 
 constexpr char secret[] = "SkylanceSessionId:  ROOTS-SECRET";
 constexpr char reports[] = "Library/Logs/DiagnosticReports";
-constexpr char bait[] = "Photo-2026-bait.ips";
+constexpr char bait[] = "Photo-bait.ips";
 
 // What may be a link, or a second name of a file, in the console user's home; % stands for the host's id.
 const std::vector<std::string> foldersOnTheWay = {"Library",
@@ -90,7 +90,7 @@ void FillOutside(const fs::path& outside, pid_t host) {
 // What counts only when it is younger than the daemon.
 void FillOutsideLate(const fs::path& outside, pid_t host) {
   Write(outside / reports / bait, demo::SystemReport(host));
-  Write(outside / "Library/Logs/DiagnosticReportsForNewHardware/Photo-2026-other.ips", demo::SystemReport(host));
+  Write(outside / "Library/Logs/DiagnosticReportsForNewHardware/Photo-other.ips", demo::SystemReport(host));
   const fs::path pending = outside / ForHost("Library/Logs/Malvex/CrashPadDumps/Photo/4.2.0/b7/%/pending", host);
   Write(pending / "5A8B6C1D-0f3e-4D2C-9B7E-1A2B3C4D5E6F.dmp", secret);
 }
@@ -182,7 +182,7 @@ class Trials {
       kill(host, SIGSEGV);
       static_cast<void>(trial.run.host.AwaitEnd());
       if (!trial.reportComes) continue;
-      sandbox_.Put(trial.world.home / "Library/Logs/DiagnosticReportsForNewHardware/Photo-2026.ips",
+      sandbox_.Put(trial.world.home / "Library/Logs/DiagnosticReportsForNewHardware/Photo-new.ips",
                    demo::SystemReport(host));
     }
   }
