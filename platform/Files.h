@@ -25,6 +25,17 @@ enum class FileKind { absent, regular, folder, other };
 
 [[nodiscard]] FileKind KindOf(const std::string& path);
 [[nodiscard]] std::optional<Time> CreationDate(const std::string& path);
+// What a regular file and its content are known by: no other file has the same, nor this one once it is written to.
+struct FileStamp {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;  // on that device
+  std::uint64_t bytes = 0;
+  Time modified = {};
+
+  bool operator==(const FileStamp&) const = default;
+};
+// None of what is no regular file, or cannot be looked at.
+[[nodiscard]] std::optional<FileStamp> StampOf(const std::string& path);
 // The user-immutable flag; false also when it cannot be read.
 [[nodiscard]] bool IsImmutable(const std::string& path);
 

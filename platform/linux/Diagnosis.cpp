@@ -33,7 +33,7 @@ std::string NameOf(uid_t user) {
 
 std::optional<struct stat> StatusOf(const Place& place) {
   struct stat status {};
-  const int result = fstatat(place.folder.Number(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+  const int result = fstatat(place.Start(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
   return result == 0 ? std::optional(status) : std::nullopt;
 }
 
@@ -69,7 +69,7 @@ std::optional<Access> AccessOf(const std::string& path) {
   const auto status = place ? StatusOf(*place) : std::nullopt;
   if (!status) return std::nullopt;
   const auto may = [&place](int mode) {
-    return faccessat(place->folder.Number(), place->name.c_str(), mode, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
+    return faccessat(place->Start(), place->name.c_str(), mode, AT_EACCESS | AT_SYMLINK_NOFOLLOW) == 0;
   };
   return Access{.permissions = status->st_mode & 0777U,
                 .owner = NameOf(status->st_uid),

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,8 +16,7 @@ namespace {
 
 std::optional<struct statx> Look(int folderDescriptor, const char* name) {
   struct statx status {};
-  const int result =
-      statx(folderDescriptor, name, AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME | STATX_CTIME, &status);
+  const int result = statx(folderDescriptor, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &status);
   return result == 0 ? std::optional(status) : std::nullopt;
 }
 
@@ -33,6 +33,15 @@ std::optional<Time> CreationDateAt(int folderDescriptor, const char* name) {
   if (!status) return std::nullopt;
   if ((status->stx_mask & STATX_BTIME) != 0) return ToTime(status->stx_btime);
   return std::min(ToTime(status->stx_mtime), ToTime(status->stx_ctime));
+}
+
+std::optional<FileStamp> StampAt(int folderDescriptor, const char* name) {
+  const auto status = Look(folderDescriptor, name);
+  if (!status || !S_ISREG(status->stx_mode)) return std::nullopt;
+  return FileStamp{.device = makedev(status->stx_dev_major, status->stx_dev_minor),
+                   .number = status->stx_ino,
+                   .bytes = status->stx_size,
+                   .modified = ToTime(status->stx_mtime)};
 }
 
 bool IsImmutableAt(int folderDescriptor, const char* name) {

@@ -36,6 +36,15 @@ std::optional<Time> CreationDateAt(int folderDescriptor, const char* name) {
   return std::min(ToTime(status->st_mtimespec), ToTime(status->st_ctimespec));
 }
 
+std::optional<FileStamp> StampAt(int folderDescriptor, const char* name) {
+  const auto status = Look(folderDescriptor, name);
+  if (!status || !S_ISREG(status->st_mode)) return std::nullopt;
+  return FileStamp{.device = static_cast<std::uint64_t>(status->st_dev),
+                   .number = status->st_ino,
+                   .bytes = static_cast<std::uint64_t>(status->st_size),
+                   .modified = ToTime(status->st_mtimespec)};
+}
+
 bool IsImmutableAt(int folderDescriptor, const char* name) {
   const auto status = Look(folderDescriptor, name);
   return status && (status->st_flags & UF_IMMUTABLE) != 0;

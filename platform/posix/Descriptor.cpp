@@ -26,14 +26,42 @@ struct Route {
 constexpr int maxAttempts = 16;
 constexpr std::string_view libraryName = "Library";
 
-Route RouteOf(std::string_view path) {
-  Route route{!path.empty() && path.front() == '/', {}};
+// This process never changes its user.
+bool IsRoot() {
+  static const bool isRoot = IsRootUser();
+  return isRoot;
+}
+
+bool IsAbsolute(std::string_view path) { return path.starts_with('/'); }
+
+// The first component that leads anywhere, which is taken off; empty when there is none.
+std::string_view TakeName(std::string_view& path) {
   while (!path.empty()) {
     const std::string_view name = path.substr(0, path.find('/'));
     path.remove_prefix(std::min(name.size() + 1, path.size()));
-    if (!name.empty() && name != ".") route.names.emplace_back(name);
+    if (!name.empty() && name != ".") return name;
   }
+  return {};
+}
+
+Route RouteOf(std::string_view path) {
+  Route route{IsAbsolute(path), {}};
+  for (auto name = TakeName(path); !name.empty(); name = TakeName(path)) route.names.emplace_back(name);
   return route;
+}
+
+// What the system can walk alone, where every link may be followed. None when the last name leads upwards: that is for
+// the caller to see.
+std::optional<std::string> PlainPath(std::string_view path) {
+  std::string plain(IsAbsolute(path) ? "/" : "");
+  plain.reserve(path.size());
+  std::string_view last;
+  for (auto name = TakeName(path); !name.empty(); name = TakeName(path)) {
+    if (!last.empty()) plain += '/';
+    plain += last = name;
+  }
+  const bool isPlain = !last.empty() && last != ".." && plain.size() < PATH_MAX;
+  return isPlain ? std::optional(std::move(plain)) : std::nullopt;
 }
 
 bool IsBelow(const Route& route, std::size_t depth, const Names& folder) {
@@ -72,7 +100,7 @@ class Guard {
   [[nodiscard]] bool MayFollowLink() const { return !isOn_ && !isShared_; }
 
  private:
-  const bool isRoot_ = IsRootUser();
+  const bool isRoot_ = IsRoot();
   bool isOn_ = false;
   bool isShared_ = false;
   bool isInLibrary_ = false;
@@ -80,7 +108,7 @@ class Guard {
 
 // Whether root was led to a file by a name that somebody else may have given it.
 bool IsPlanted(int folder, const struct stat& file) {
-  if (file.st_nlink < 2 || !IsRootUser()) return false;
+  if (file.st_nlink < 2 || !IsRoot()) return false;
   struct stat status {};
   return fstat(folder, &status) != 0 || status.st_uid != file.st_uid || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
@@ -95,6 +123,33 @@ std::error_code RefusalOf(int folder, const struct stat& file) {
   if (S_ISDIR(file.st_mode)) return std::make_error_code(std::errc::is_a_directory);
   if (!S_ISREG(file.st_mode)) return std::make_error_code(std::errc::no_such_device);
   return IsPlanted(folder, file) ? std::make_error_code(std::errc::too_many_links) : std::error_code();
+}
+
+// Of what was opened, and is no folder, `status` tells.
+Result<Descriptor> OpenGuarded(int folder, const char* name, int flags, mode_t mode, struct stat& status) {
+  const bool wantsFile = (flags & O_DIRECTORY) == 0;
+  // To open a FIFO or a device is to be noticed behind it.
+  if (wantsFile && (flags & O_CREAT) == 0 && fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (const auto error = RefusalOf(folder, status)) return error;
+  }
+  Descriptor opened;
+  do {
+    opened = Descriptor(openat(folder, name, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
+  } while (!opened && errno == EINTR);
+  if (!opened) {
+    const std::error_code error = LastError();
+    // Of a socket, one system says this and the other that.
+    if (error == std::errc::no_such_device_or_address || error == std::errc::operation_not_supported) {
+      return std::errc::no_such_device;
+    }
+    if (error != std::errc::not_a_directory || !IsLink(folder, name)) return error;
+    return std::errc::too_many_symbolic_link_levels;
+  }
+  if (!wantsFile) return opened;
+  // Another may have come to stand there in between.
+  if (fstat(opened.Number(), &status) != 0) return LastError();
+  if (const auto error = RefusalOf(folder, status)) return error;
+  return opened;
 }
 
 Result<Descriptor> Step(int folder, const std::string& name, bool mayBeLink) {
@@ -138,18 +193,6 @@ Result<Place> Walk(const Route& route, std::size_t depth, MissingFolders missing
   return place;
 }
 
-// Of all components but the last. Where every link may be followed the system can walk alone, which is what each access
-// to a queue of many files is spared.
-Result<Place> OpenParent(const Route& route) {
-  const std::size_t depth = route.names.size() - 1;
-  std::string path = route.absolute ? "/" : "./";
-  for (std::size_t i = 0; i < depth; ++i) path += route.names[i] + '/';
-  if (IsRootUser() || path.size() >= PATH_MAX) return Walk(route, depth, MissingFolders::fail);
-  Place place{Descriptor(open(path.c_str(), searchFlags)), ".", {}};
-  if (!place.folder) return LastError();
-  return place;
-}
-
 // Also of what would be cut short at a NUL.
 bool NamesNothing(const std::string& path) {
   return path.empty() || path.front() == '~' || path.find('\0') != std::string::npos;
@@ -173,9 +216,11 @@ std::error_code LastError() { return {errno, std::generic_category()}; }
 
 Result<Place> Resolve(const std::string& path) {
   if (NamesNothing(path)) return std::errc::no_such_file_or_directory;
+  // Each access to a queue of many files is spared the opening of its folder.
+  if (auto plain = IsRoot() ? std::nullopt : PlainPath(path)) return Place{{}, std::move(*plain), {}};
   const Route route = RouteOf(path);
   if (route.names.empty()) return Walk(route, 0, MissingFolders::fail);
-  auto place = OpenParent(route);
+  auto place = Walk(route, route.names.size() - 1, MissingFolders::fail);
   if (place) place->name = route.names.back();
   return place;
 }
@@ -187,43 +232,28 @@ Result<Place> ResolveFolder(const std::string& path, MissingFolders missing) {
 }
 
 Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode) {
-  const bool wantsFile = (flags & O_DIRECTORY) == 0;
   struct stat status {};
-  // To open a FIFO or a device is to be noticed behind it.
-  if (wantsFile && (flags & O_CREAT) == 0 && fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (const auto error = RefusalOf(folder, status)) return error;
-  }
-  Descriptor opened;
-  do {
-    opened = Descriptor(openat(folder, name, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
-  } while (!opened && errno == EINTR);
-  if (!opened) {
-    const std::error_code error = LastError();
-    // Of a socket, one system says this and the other that.
-    if (error == std::errc::no_such_device_or_address || error == std::errc::operation_not_supported) {
-      return std::errc::no_such_device;
-    }
-    if (error != std::errc::not_a_directory || !IsLink(folder, name)) return error;
-    return std::errc::too_many_symbolic_link_levels;
-  }
-  if (!wantsFile) return opened;
-  // Another may have come to stand there in between.
-  if (fstat(opened.Number(), &status) != 0) return LastError();
-  if (const auto error = RefusalOf(folder, status)) return error;
-  return opened;
+  return OpenGuarded(folder, name, flags, mode, status);
+}
+
+Result<FileToRead> OpenToRead(int folder, const char* name) {
+  struct stat status {};
+  auto file = OpenGuarded(folder, name, O_RDONLY, 0, status);
+  if (!file) return file.Error();
+  return FileToRead{std::move(*file), static_cast<std::uint64_t>(status.st_size)};
 }
 
 Result<Descriptor> OpenOrMake(const Place& place, int flags, mode_t mode) {
   Result<Descriptor> opened = std::errc::no_such_file_or_directory;
   for (int i = 0; i < maxAttempts && opened.Error() == std::errc::no_such_file_or_directory; ++i) {
     // Only what is certain to be new changes hands.
-    auto made = OpenAt(place.folder.Number(), place.name.c_str(), flags | O_CREAT | O_EXCL, mode);
+    auto made = OpenAt(place.Start(), place.name.c_str(), flags | O_CREAT | O_EXCL, mode);
     if (made) {
       if (const auto error = GiveTo(place.newOwner, made->Number())) return error;
       return made;
     }
     if (made.Error() != std::errc::file_exists) return made;
-    opened = OpenAt(place.folder.Number(), place.name.c_str(), flags);
+    opened = OpenAt(place.Start(), place.name.c_str(), flags);
   }
   return opened;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -43,12 +44,14 @@ struct Owner {
   gid_t group;
 };
 
-// Where a path leads: the folder its last component stands in, and the name of that component, which only calls that do
-// not follow links may use. The folder is open for nothing but to start *at calls from.
+// Where a path leads: the folder that *at calls start from, and a name in it, which only calls that do not follow links
+// may use. A folder of its own is open for nothing else.
 struct Place {
-  Descriptor folder;
-  std::string name;               // "." for the root folder
+  Descriptor folder;              // none: the working directory
+  std::string name;               // a path where the system may walk it alone; "." for the root folder
   std::optional<Owner> newOwner;  // who gets what is made here, when that is not this process's own user
+
+  [[nodiscard]] int Start() const { return folder ? folder.Number() : AT_FDCWD; }
 };
 
 // Every path goes through here. Links on the way are followed, except by root below a folder that is not root's alone,
@@ -64,6 +67,12 @@ enum class MissingFolders { fail, make };
 // Opens without following a link, blocking, or being inherited; `flags` say what for. What is no regular file is
 // refused as in ReadFile, and not even opened when it stood there before; with O_DIRECTORY, what is no folder.
 [[nodiscard]] Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode = 0);
+// The same of a file to read, with its size as it was opened.
+struct FileToRead {
+  Descriptor file;
+  std::uint64_t bytes;
+};
+[[nodiscard]] Result<FileToRead> OpenToRead(int folder, const char* name);
 
 // As OpenAt, of a file that is made with `mode` when it is absent.
 [[nodiscard]] Result<Descriptor> OpenOrMake(const Place& place, int flags, mode_t mode);

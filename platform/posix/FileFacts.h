@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "platform/Clock.h"
+#include "platform/Files.h"
 #include "platform/posix/Descriptor.h"
 
 // What the systems tell about files and do with them, each in a way of its own.
@@ -14,8 +15,10 @@ namespace platform {
 // Opens a folder to pass through, if the system can also one whose entries may not be read; close-on-exec.
 extern const int searchFlags;
 
-// Of `name` in an open folder; neither follows a link. No date when there is no such file or it cannot be looked at.
+// Of `name` in an open folder; none of them follows a link. No date when there is no such file or it cannot be looked
+// at.
 [[nodiscard]] std::optional<Time> CreationDateAt(int folderDescriptor, const char* name);
+[[nodiscard]] std::optional<FileStamp> StampAt(int folderDescriptor, const char* name);
 [[nodiscard]] bool IsImmutableAt(int folderDescriptor, const char* name);
 
 // Makes a folder that is `owner`'s from its first moment where the system can do that; none: this process's own.

@@ -75,33 +75,35 @@ FileKind KindAt(int folder, const char* name) {
 
 FileKind KindOf(const std::string& path) {
   const auto place = Resolve(path);
-  return place ? KindAt(place->folder.Number(), place->name.c_str()) : FileKind::absent;
+  return place ? KindAt(place->Start(), place->name.c_str()) : FileKind::absent;
 }
 
 std::optional<Time> CreationDate(const std::string& path) {
   const auto place = Resolve(path);
-  return place ? CreationDateAt(place->folder.Number(), place->name.c_str()) : std::nullopt;
+  return place ? CreationDateAt(place->Start(), place->name.c_str()) : std::nullopt;
+}
+
+std::optional<FileStamp> StampOf(const std::string& path) {
+  const auto place = Resolve(path);
+  return place ? StampAt(place->Start(), place->name.c_str()) : std::nullopt;
 }
 
 bool IsImmutable(const std::string& path) {
   const auto place = Resolve(path);
-  return place && IsImmutableAt(place->folder.Number(), place->name.c_str());
+  return place && IsImmutableAt(place->Start(), place->name.c_str());
 }
 
 Result<std::string> ReadAt(int folder, const char* name, std::uint64_t limitBytes) {
-  const auto file = OpenAt(folder, name, O_RDONLY);
-  if (!file) return file.Error();
-  struct stat status {};
-  if (fstat(file->Number(), &status) != 0) return LastError();
-  const auto size = static_cast<std::uint64_t>(status.st_size);
-  if (size > limitBytes) return std::errc::file_too_large;
-  return ReadToEnd(file->Number(), size, limitBytes);
+  const auto opened = OpenToRead(folder, name);
+  if (!opened) return opened.Error();
+  if (opened->bytes > limitBytes) return std::errc::file_too_large;
+  return ReadToEnd(opened->file.Number(), opened->bytes, limitBytes);
 }
 
 Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
-  return ReadAt(place->folder.Number(), place->name.c_str(), limitBytes);
+  return ReadAt(place->Start(), place->name.c_str(), limitBytes);
 }
 
 std::error_code MakeFolders(const std::string& path) { return ResolveFolder(path, MissingFolders::make).Error(); }
@@ -109,20 +111,20 @@ std::error_code MakeFolders(const std::string& path) { return ResolveFolder(path
 std::error_code RemoveFile(const std::string& path) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
-  return unlinkat(place->folder.Number(), place->name.c_str(), 0) == 0 ? std::error_code() : LastError();
+  return unlinkat(place->Start(), place->name.c_str(), 0) == 0 ? std::error_code() : LastError();
 }
 
 std::error_code RemoveTree(const std::string& path) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
   if (IsSelfOrParent(place->name)) return std::make_error_code(std::errc::invalid_argument);
-  return RemoveTreeAt(place->folder.Number(), place->name, 0, 0);
+  return RemoveTreeAt(place->Start(), place->name, 0, 0);
 }
 
 std::error_code SyncFolder(const std::string& path) {
   const auto place = ResolveFolder(path);
   if (!place) return place.Error();
-  const auto folder = OpenAt(place->folder.Number(), ".", O_RDONLY | O_DIRECTORY);
+  const auto folder = OpenAt(place->Start(), ".", O_RDONLY | O_DIRECTORY);
   if (!folder) return folder.Error();
   // EINVAL: a file system whose folders need no such thing.
   return SyncToDisk(folder->Number()) || errno == EINVAL ? std::error_code() : LastError();

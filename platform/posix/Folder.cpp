@@ -58,7 +58,7 @@ struct Folder::Body {
 Result<Folder> Folder::Open(const std::string& path) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
-  auto folder = OpenAt(place->folder.Number(), place->name.c_str(), O_RDONLY | O_DIRECTORY);
+  auto folder = OpenAt(place->Start(), place->name.c_str(), O_RDONLY | O_DIRECTORY);
   if (!folder) return folder.Error();
   Listing listing(std::move(*folder));
   if (listing.Error()) return listing.Error();

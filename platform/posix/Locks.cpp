@@ -26,12 +26,21 @@ bool TryLock(int descriptor) {
   return result == 0;
 }
 
-bool StillStandsAt(const Place& place, int descriptor) {
-  struct stat opened {};
-  struct stat standing {};
-  return fstat(descriptor, &opened) == 0 &&
-         fstatat(place.folder.Number(), place.name.c_str(), &standing, AT_SYMLINK_NOFOLLOW) == 0 &&
-         opened.st_dev == standing.st_dev && opened.st_ino == standing.st_ino;
+struct Identity {
+  dev_t device;
+  ino_t number;
+};
+
+// None of a descriptor that cannot be looked at.
+std::optional<Identity> IdentityOf(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 ? std::optional(Identity{status.st_dev, status.st_ino}) : std::nullopt;
+}
+
+bool StandsAt(const Place& place, const std::optional<Identity>& file) {
+  struct stat status {};
+  return file && fstatat(place.Start(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         file->device == status.st_dev && file->number == status.st_ino;
 }
 
 }  // namespace
@@ -41,12 +50,13 @@ struct FileLock::Body {
   int errorNumber = 0;
   Place place;
   Descriptor file;
+  std::optional<Identity> identity;
 };
 
 FileLock FileLock::Try(const std::string& path) {
   auto place = Resolve(path);
-  if (!place) return FileLock(std::make_unique<Body>(Body{State::notCreated, place.Error().value(), {}, {}}));
-  auto body = std::make_unique<Body>(Body{State::notLocked, EWOULDBLOCK, std::move(*place), {}});
+  if (!place) return FileLock(std::make_unique<Body>(Body{State::notCreated, place.Error().value(), {}, {}, {}}));
+  auto body = std::make_unique<Body>(Body{State::notLocked, EWOULDBLOCK, std::move(*place), {}, {}});
   for (int i = 0; i < maxAttempts; ++i) {
     auto file = OpenOrMake(body->place, O_RDWR, 0644);
     if (!file) {
@@ -59,7 +69,8 @@ FileLock FileLock::Try(const std::string& path) {
       body->errorNumber = errno;
       break;
     }
-    if (StillStandsAt(body->place, body->file.Number())) {
+    body->identity = IdentityOf(body->file.Number());
+    if (StandsAt(body->place, body->identity)) {
       body->state = State::held;
       body->errorNumber = 0;
       break;
@@ -79,15 +90,15 @@ int FileLock::errorNumber() const { return body_->errorNumber; }
 
 bool FileLock::MoveTo(const std::string& path) {
   auto place = Resolve(path);
-  if (!place || !StillStandsAt(body_->place, body_->file.Number())) return false;
-  const bool moved = RenameToAbsent(body_->place.folder.Number(), body_->place.name.c_str(), place->folder.Number(),
-                                    place->name.c_str());
+  if (!place || !StandsAt(body_->place, body_->identity)) return false;
+  const bool moved =
+      RenameToAbsent(body_->place.Start(), body_->place.name.c_str(), place->Start(), place->name.c_str());
   if (moved) body_->place = std::move(*place);
   return moved;
 }
 
 void FileLock::RemoveAndRelease() {
-  unlinkat(body_->place.folder.Number(), body_->place.name.c_str(), 0);
+  unlinkat(body_->place.Start(), body_->place.name.c_str(), 0);
   body_->file.Close();
 }
 
@@ -98,7 +109,7 @@ struct FolderLock::Body {
 FolderLock::FolderLock(const std::string& folder) : body_(std::make_unique<Body>()) {
   const auto place = ResolveFolder(folder);
   if (!place) return;
-  auto opened = OpenAt(place->folder.Number(), ".", O_RDONLY | O_DIRECTORY);
+  auto opened = OpenAt(place->Start(), ".", O_RDONLY | O_DIRECTORY);
   if (!opened) return;
   const auto deadline = steady_clock::now() + folderPatience;
   while (!TryLock(opened->Number())) {

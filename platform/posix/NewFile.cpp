@@ -118,7 +118,7 @@ NewFile::~NewFile() = default;
 void NewFile::TakeModeAndOwnerOf(const std::string& path) {
   const auto model = Resolve(path);
   struct stat status {};
-  if (!model || fstatat(model->folder.Number(), model->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (!model || fstatat(model->Start(), model->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (!S_ISREG(status.st_mode)) return;
   const int file = body_->file.Number();
   // What root makes in somebody's Library stays theirs. An ordinary user cannot give it away, but can to a group of

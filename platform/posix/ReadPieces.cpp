@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,17 +11,15 @@ std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
                            const std::function<void(std::string_view)>& take) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
-  const auto file = OpenAt(place->folder.Number(), place->name.c_str(), O_RDONLY);
-  if (!file) return file.Error();
-  struct stat status {};
-  if (fstat(file->Number(), &status) != 0) return LastError();
-  if (static_cast<std::uint64_t>(status.st_size) > limitBytes) return std::make_error_code(std::errc::file_too_large);
+  const auto opened = OpenToRead(place->Start(), place->name.c_str());
+  if (!opened) return opened.Error();
+  if (opened->bytes > limitBytes) return std::make_error_code(std::errc::file_too_large);
 
   // Small enough for the processor's cache, since whoever takes it reads it more than once.
   constexpr std::size_t pieceBytes = std::size_t{64} << 10U;
   const std::unique_ptr<char[]> piece(new char[pieceBytes]);
   for (std::uint64_t bytes = 0;;) {
-    const ssize_t count = read(file->Number(), piece.get(), pieceBytes);
+    const ssize_t count = read(opened->file.Number(), piece.get(), pieceBytes);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return LastError();
     if (count == 0) return {};

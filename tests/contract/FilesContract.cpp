@@ -116,6 +116,19 @@ TEST_F(Contract, NoFileIsOlderThanTheClockBeforeIt) {
   }
 }
 
+TEST_F(Contract, StampTellsAContentOfAFileFromAllOthers) {
+  Write(Path("file"), "x");
+  Write(Path("other"), "x");
+  const auto stamp = platform::StampOf(Path("file"));
+  ASSERT_TRUE(stamp);
+  EXPECT_EQ(platform::StampOf(Path("file")), stamp);
+  EXPECT_NE(platform::StampOf(Path("other")), stamp);
+  Write(Path("file"), "xy");
+  EXPECT_NE(platform::StampOf(Path("file")), stamp);
+  scene::MakeLink(Path("file"), Path("link"));
+  for (const auto* name : {"link", "nothing", "."}) EXPECT_FALSE(platform::StampOf(Path(name))) << name;
+}
+
 TEST_F(Contract, FoldersAreMadeWithTheirParentsAndPrivateAtHome) {
   for (int i = 0; i < 2; ++i) EXPECT_FALSE(platform::MakeFolders(Path("a/b/c")));
   for (const auto* name : {"a", "a/b", "a/b/c"}) EXPECT_EQ(scene::ModeOf(Path(name)), 0700U) << name;
@@ -143,6 +156,7 @@ TEST_F(Contract, RemovalCrossesNoLink) {
   for (const auto* name : {"tree/deep/link", "link"}) scene::MakeLink(Path("kept"), Path(name));
 
   EXPECT_TRUE(platform::RemoveTree(Path("link")));
+  EXPECT_TRUE(platform::RemoveTree(Path("tree/..")));
   EXPECT_TRUE(platform::RemoveFile(Path("tree")));
   EXPECT_FALSE(platform::RemoveTree(Path("tree")));
   EXPECT_FALSE(platform::RemoveFile(Path("link")));

@@ -46,6 +46,12 @@ std::optional<Time> CreationDate(const std::string& path) {
   return node == nullptr ? std::nullopt : node->created;
 }
 
+std::optional<FileStamp> StampOf(const std::string& path) {
+  const Disk::Node* node = TheDisk().Find(path);
+  if (node == nullptr || node->kind != Kind::regular) return std::nullopt;
+  return FileStamp{.number = node->id, .bytes = node->bytes.size()};
+}
+
 bool IsImmutable(const std::string& path) {
   const Disk::Node* node = TheDisk().Find(path);
   return node != nullptr && node->immutable;
