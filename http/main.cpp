@@ -39,16 +39,17 @@ ExitStatus RefuseVersion(std::uint32_t version) {
 }
 
 ExitStatus Serve() {
-  const auto version = http::ReceiveNumber(STDIN_FILENO, {});
+  http::Receiver receiver(STDIN_FILENO);
+  const auto version = receiver.Number({});
   if (!version) return version.Error() == std::errc::broken_pipe ? ended : brokenProtocol;
   if (*version != http::protocolVersion) return RefuseVersion(*version);
-  const auto frame = http::ReceiveFrame(STDIN_FILENO, http::smallFrameLimitBytes, {});
+  const auto frame = receiver.Frame(http::smallFrameLimitBytes, {});
   const auto opening = frame ? http::DecodeOpening(*frame) : std::nullopt;
   if (!opening) return brokenProtocol;
 
   CurlPoster poster(*opening, STDIN_FILENO);
   while (true) {
-    const auto body = http::ReceiveFrame(STDIN_FILENO, http::bodyLimitBytes, {});
+    const auto body = receiver.Frame(http::bodyLimitBytes, {});
     if (!body) return body.Error() == std::errc::broken_pipe ? ended : brokenProtocol;
     if (!Send(poster.Post(*body))) return ended;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,8 +23,9 @@ class HttpClient {
   HttpClient& operator=(const HttpClient&) = delete;
   ~HttpClient();
 
-  // At most 130 s. A spent client answers with an error at once.
-  [[nodiscard]] HttpAnswer Post(std::string_view body);
+  // At most 130 s. A spent client answers with an error at once. `meanwhile`, which must not throw, is called while the
+  // service has its turn, unless the post fails before.
+  [[nodiscard]] HttpAnswer Post(std::string_view body, const std::function<void()>& meanwhile = {});
 
   // After a time-out, and 130 s after its first post, a client begins no other: an exit that waits for it has an end.
   [[nodiscard]] bool IsSpent() const;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "platform/Processes.h"
@@ -46,7 +47,10 @@ class Helper {
     return Helper(std::move(ours), *process);
   }
 
-  Helper(Helper&& other) noexcept : socket_(std::move(other.socket_)), process_(std::exchange(other.process_, 0)) {}
+  Helper(Helper&& other) noexcept
+      : socket_(std::move(other.socket_)),
+        receiver_(std::move(other.receiver_)),
+        process_(std::exchange(other.process_, 0)) {}
   Helper& operator=(Helper&&) = delete;
   // Gives it a moment to end by itself.
   ~Helper() {
@@ -59,7 +63,11 @@ class Helper {
   // Between two posts it has nothing to say: only its end makes the socket readable.
   [[nodiscard]] bool IsQuiet() const {
     pollfd descriptor{socket_.Number(), POLLIN, 0};
-    return poll(&descriptor, 1, 0) <= 0;
+    return !receiver_.HasLeft() && poll(&descriptor, 1, 0) <= 0;
+  }
+
+  [[nodiscard]] Result<std::string> Receive(http::Deadline deadline) {
+    return receiver_.Frame(http::smallFrameLimitBytes, deadline);
   }
 
   void Kill() {
@@ -78,7 +86,8 @@ class Helper {
   }
 
  private:
-  Helper(Descriptor socket, pid_t process) : socket_(std::move(socket)), process_(process) {}
+  Helper(Descriptor socket, pid_t process)
+      : socket_(std::move(socket)), receiver_(socket_.Number()), process_(process) {}
 
   // Root's helper becomes the console user before it talks to anyone.
   static std::vector<std::string> Arguments() {
@@ -104,6 +113,7 @@ class Helper {
   }
 
   Descriptor socket_;
+  http::Receiver receiver_;
   pid_t process_;  // 0: reaped
 };
 
@@ -129,11 +139,16 @@ struct HttpClient::Body {
     return error && error != std::errc::broken_pipe ? std::optional(Fail(error)) : std::nullopt;
   }
 
-  HttpAnswer Exchange(std::string_view body, http::Deadline deadline) {
+  HttpAnswer Exchange(std::string_view body, const std::function<void()>& meanwhile, http::Deadline deadline) {
     // An error of the sending is passed over: a helper that ended early may have left an answer that says why.
     const auto sent = http::SendFrame(helper->Socket(), body, deadline);
     if (sent && sent != std::errc::broken_pipe) return Fail(sent);
-    const auto frame = http::ReceiveFrame(helper->Socket(), http::smallFrameLimitBytes, deadline);
+    if (meanwhile) {
+      // On a processor that both share, the helper goes first.
+      std::this_thread::yield();
+      meanwhile();
+    }
+    const auto frame = helper->Receive(deadline);
     if (!frame) return Fail(frame.Error());
     auto reply = http::DecodeReply(*frame);
     if (!reply) return Fail(std::make_error_code(std::errc::bad_message));
@@ -162,14 +177,14 @@ HttpClient::HttpClient(std::string url, std::vector<std::string> headerLines) : 
 
 HttpClient::~HttpClient() = default;
 
-HttpAnswer HttpClient::Post(std::string_view body) {
+HttpAnswer HttpClient::Post(std::string_view body, const std::function<void()>& meanwhile) {
   if (IsSpent()) return {0, "no more posts after a time-out or " + std::to_string(lastStart.count()) + " s"};
   if (body.size() > http::bodyLimitBytes) return {0, "the body is too large"};
   const auto now = steady_clock::now();
   if (!body_->firstPost) body_->firstPost = now;
   const auto deadline = now + postLimit;
   if (auto failure = body_->Prepare(deadline)) return *failure;
-  return body_->Exchange(body, deadline);
+  return body_->Exchange(body, meanwhile, deadline);
 }
 
 bool HttpClient::IsSpent() const {

@@ -4,9 +4,11 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 #include "platform/posix/Sockets.h"
 
@@ -18,7 +20,7 @@ using std::chrono::steady_clock;
 
 constexpr std::string_view timedOutMark = " timed-out";
 constexpr std::size_t numberBytes = 4;
-constexpr std::size_t firstPieceBytes = std::size_t{16} << 10U;
+constexpr std::size_t pieceBytes = std::size_t{16} << 10U;
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
@@ -56,21 +58,6 @@ std::error_code WaitFor(int socket, short event, Deadline deadline) {
 }
 
 bool MustWait() { return errno == EAGAIN || errno == EINTR; }
-
-Result<std::string> ReceiveBytes(int socket, std::size_t size, Deadline deadline) {
-  std::string bytes(size, '\0');
-  for (std::size_t used = 0; used < size;) {
-    const ssize_t count = recv(socket, bytes.data() + used, size - used, deadline ? MSG_DONTWAIT : 0);
-    if (count == 0 || (count < 0 && errno == ECONNRESET)) return std::errc::broken_pipe;
-    if (count < 0 && !MustWait()) return LastError();
-    if (count > 0) {
-      used += static_cast<std::size_t>(count);
-    } else if (const auto error = WaitFor(socket, POLLIN, deadline)) {
-      return error;
-    }
-  }
-  return bytes;
-}
 
 }  // namespace
 
@@ -133,23 +120,38 @@ std::error_code SendBytes(int socket, std::string_view bytes, Deadline deadline)
 std::error_code SendFrame(int socket, std::string_view bytes, Deadline deadline) {
   if (bytes.size() > bodyLimitBytes) return std::make_error_code(std::errc::message_size);
   // The count travels with what follows it, for the other side to wake up once.
-  const std::string_view first = bytes.substr(0, firstPieceBytes);
+  const std::string_view first = bytes.substr(0, pieceBytes);
   const auto number = EncodeNumber(static_cast<std::uint32_t>(bytes.size()));
   const auto error = SendBytes(socket, std::string(number).append(first), deadline);
   return error ? error : SendBytes(socket, bytes.substr(first.size()), deadline);
 }
 
-Result<std::uint32_t> ReceiveNumber(int socket, Deadline deadline) {
-  const auto bytes = ReceiveBytes(socket, numberBytes, deadline);
+Result<std::string> Receiver::Take(std::size_t bytes, Deadline deadline) {
+  while (received_.size() < bytes) {
+    // Seldom there yet. Waiting by recv() would also be woken, for nothing, whenever the other side reads.
+    if (const auto error = WaitFor(socket_, POLLIN, deadline)) return error;
+    std::array<char, pieceBytes> piece;
+    const ssize_t count = recv(socket_, piece.data(), piece.size(), MSG_DONTWAIT);
+    if (count == 0 || (count < 0 && errno == ECONNRESET)) return std::errc::broken_pipe;
+    if (count < 0 && !MustWait()) return LastError();
+    if (count > 0) received_.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  std::string rest = received_.substr(bytes);
+  received_.resize(bytes);
+  return std::exchange(received_, std::move(rest));
+}
+
+Result<std::uint32_t> Receiver::Number(Deadline deadline) {
+  const auto bytes = Take(numberBytes, deadline);
   if (!bytes) return bytes.Error();
   return DecodeNumber(*bytes);
 }
 
-Result<std::string> ReceiveFrame(int socket, std::uint32_t limitBytes, Deadline deadline) {
-  const auto size = ReceiveNumber(socket, deadline);
+Result<std::string> Receiver::Frame(std::uint32_t limitBytes, Deadline deadline) {
+  const auto size = Number(deadline);
   if (!size) return size.Error();
   if (*size > limitBytes) return std::errc::message_size;
-  return ReceiveBytes(socket, *size, deadline);
+  return Take(*size, deadline);
 }
 
 }  // namespace http

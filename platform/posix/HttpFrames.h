@@ -16,9 +16,8 @@
 //   down  once: the protocol version, and a frame with URL and header lines, each ended by a NUL
 //         then, one at a time: a frame with the body of a post
 //   up    for each body a frame: the decimal status, a newline and, with status 0, the transport error. "0 timed-out"
-//   as the
-//         first line tells a time-out from other errors. A helper of another version answers the first frame like this,
-//         too.
+//         as the first line tells a time-out from other errors. A helper of another version answers the first frame
+//         like this, too.
 //
 // End of file ends the helper.
 namespace http {
@@ -50,11 +49,25 @@ struct Reply {
 // None: for ever.
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
-// Errors of all three: ETIMEDOUT when the deadline passes, EPIPE when the other side is gone or closed its end,
+// Errors of all of these: ETIMEDOUT when the deadline passes, EPIPE when the other side is gone or closed its end,
 // EMSGSIZE for a frame over the limit, else the system's.
 [[nodiscard]] std::error_code SendBytes(int socket, std::string_view bytes, Deadline deadline);
 [[nodiscard]] std::error_code SendFrame(int socket, std::string_view bytes, Deadline deadline);
-[[nodiscard]] platform::Result<std::uint32_t> ReceiveNumber(int socket, Deadline deadline);
-[[nodiscard]] platform::Result<std::string> ReceiveFrame(int socket, std::uint32_t limitBytes, Deadline deadline);
+
+// All that comes from a socket, which stays the caller's. It takes what is there at once, and keeps what is left.
+class Receiver {
+ public:
+  explicit Receiver(int socket) : socket_(socket) {}
+
+  [[nodiscard]] platform::Result<std::uint32_t> Number(Deadline deadline);
+  [[nodiscard]] platform::Result<std::string> Frame(std::uint32_t limitBytes, Deadline deadline);
+  [[nodiscard]] bool HasLeft() const { return !received_.empty(); }
+
+ private:
+  [[nodiscard]] platform::Result<std::string> Take(std::size_t bytes, Deadline deadline);
+
+  int socket_;
+  std::string received_;
+};
 
 }  // namespace http

@@ -108,7 +108,7 @@ struct HttpClient::Body {
 HttpClient::HttpClient(std::string url, std::vector<std::string> headerLines)
     : body_(std::make_unique<Body>(Body{std::move(url), std::move(headerLines), {}, false})) {}
 HttpClient::~HttpClient() = default;
-HttpAnswer HttpClient::Post(std::string_view body) {
+HttpAnswer HttpClient::Post(std::string_view body, const std::function<void()>& meanwhile) {
   if (IsSpent()) return {0, "spent"};
   if (!body_->firstPost) body_->firstPost = Now();
   Machine().posted.push_back({body_->url, body_->headerLines, std::string(body)});
@@ -117,6 +117,8 @@ HttpAnswer HttpClient::Post(std::string_view body) {
     answer = Machine().answers.front();
     Machine().answers.pop_front();
   }
+  if (meanwhile) meanwhile();
+  if (answer.beforeIt) answer.beforeIt();
   if (!answer.timesOut) return {answer.status, answer.error};
   body_->timedOut = true;
   SleepFor(std::chrono::minutes(1));

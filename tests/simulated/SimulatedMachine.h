@@ -82,7 +82,8 @@ class SimulatedMachine {
   struct Answer {
     int status = 200;
     std::string error = {};
-    bool timesOut = false;  // after a minute
+    bool timesOut = false;                // after a minute
+    std::function<void()> beforeIt = {};  // once the daemon did what it does meanwhile
   };
   std::deque<Answer> answers;  // to the next posts; 200 once they are used up
 
