@@ -16,22 +16,53 @@ constexpr std::int32_t daysOfLife = std::chrono::seconds(Ingester::lifeOfFiles).
 // Where many daemons meet on a long queue, all of them would be more descriptors than a process may have.
 constexpr std::size_t refusedLocksKept = 16;
 
-std::optional<std::vector<std::string>> ListNames(const std::string& path) {
+// Of everything in a folder; nothing when it cannot be listed to its end.
+std::vector<std::string> ListPaths(const std::string& path) {
   auto folder = platform::Folder::Open(path);
   std::error_code error = folder.Error();
   std::vector<std::string> entries;
   if (folder) {
-    while (auto name = folder->Next()) entries.push_back(std::move(*name));
+    while (const auto name = folder->Next()) entries.push_back(paths::Join(path, *name));
     error = folder->Error();
   }
   if (!error) return entries;
   LogError("failed to get contents of directory: " + path + " with error: " + error.message());
-  return std::nullopt;
+  return {};
 }
 
-bool DeliverEvent(const std::string& path, platform::HttpClient& http) {
-  const auto event = ReadEvent(path);
-  if (!event || !postToIngest(*event, http)) return false;
+bool IsFile(const std::string& path) {
+  const platform::FileKind kind = platform::KindOf(path);
+  return kind != platform::FileKind::absent && kind != platform::FileKind::folder;
+}
+
+platform::Dictionary Parse(std::string_view bytes) {
+  platform::Result<platform::Value> root = platform::ParsePropertyList(bytes);
+  auto* event = root ? std::get_if<platform::Dictionary>(&root->state()) : nullptr;
+  return event == nullptr ? platform::Dictionary() : std::move(*event);
+}
+
+// Whatever goes wrong here goes wrong once more when it is that event's turn, and is told then.
+void ReadAhead(UploadRun& run) noexcept {
+  try {
+    const auto stamp = platform::StampOf(run.next);
+    if (!stamp) return;
+    const auto bytes = platform::ReadFile(run.next, platform::smallFileLimitBytes);
+    if (bytes) run.ahead = {{run.next, *stamp, Parse(*bytes)}};
+  } catch (...) {
+    run.ahead.reset();
+  }
+}
+
+// What was read before its lock was held counts only if it is still the same.
+std::optional<platform::Dictionary> TakeEvent(const std::string& path, UploadRun& run) {
+  auto ahead = std::exchange(run.ahead, std::nullopt);
+  if (ahead && ahead->path == path && ahead->stamp == platform::StampOf(path)) return std::move(ahead->event);
+  return ReadEvent(path);
+}
+
+bool DeliverEvent(const std::string& path, UploadRun& run) {
+  auto event = TakeEvent(path, run);
+  if (!event || !postToIngest(std::move(*event), run.http, [&run] { ReadAhead(run); })) return false;
   deleteFile(path);
   return true;
 }
@@ -59,12 +90,8 @@ bool TakeLock(const std::string& path, UploadRun& run) {
 }  // namespace
 
 std::optional<platform::Dictionary> ReadEvent(const std::string& path) {
-  const platform::Result<std::string> bytes = platform::ReadFile(path, platform::smallFileLimitBytes);
-  if (bytes) {
-    const platform::Result<platform::Value> root = platform::ParsePropertyList(*bytes);
-    const auto* event = root ? root->As<platform::Dictionary>() : nullptr;
-    return event == nullptr ? platform::Dictionary() : *event;
-  }
+  const auto bytes = platform::ReadFile(path, platform::smallFileLimitBytes);
+  if (bytes) return Parse(*bytes);
   if (bytes.Error() == std::errc::permission_denied) return platform::Dictionary();
   if (bytes.Error() != std::errc::no_such_file_or_directory) {
     LogError("failed to read event: " + paths::Shown(path) + " with error: " + bytes.Error().message());
@@ -84,13 +111,8 @@ void deleteFile(const std::string& path) {
 }
 
 void Ingester::forEachFileAtPath(const std::string& folder, const std::function<bool(const std::string&)>& action) {
-  const auto entries = ListNames(folder);
-  if (!entries) return;
-  for (const std::string& name : *entries) {
-    const std::string path = paths::Join(folder, name);
-    const platform::FileKind kind = platform::KindOf(path);
-    if (kind == platform::FileKind::absent || kind == platform::FileKind::folder) continue;
-    if (!action(path)) return;
+  for (const std::string& path : ListPaths(folder)) {
+    if (IsFile(path) && !action(path)) return;
   }
 }
 
@@ -126,17 +148,20 @@ void Ingester::cleanupExpiredFiles() {
 
 // A run that ran into a time-out leaves the rest to a later one: somebody waits for its end.
 void Ingester::processReports(UploadRun& run) {
-  forEachFileAtPath(ProcessWide().REPORTS_DIR, [&run](const std::string& path) {
-    if (shouldProcessReport(path)) processReport(path, run);
-    return !run.http.IsSpent();
-  });
+  auto paths = ListPaths(ProcessWide().REPORTS_DIR);
+  std::erase_if(paths, [](const std::string& path) { return !shouldProcessReport(path); });
+  for (std::size_t i = 0; i < paths.size() && !run.http.IsSpent(); ++i) {
+    run.next = i + 1 < paths.size() ? paths[i + 1] : std::string();
+    const bool wasRead = run.ahead && run.ahead->path == paths[i];
+    if (wasRead || IsFile(paths[i])) processReport(paths[i], run);
+  }
 }
 
 bool Ingester::processReport(const std::string& path, UploadRun& run) {
   const std::string shown = paths::Shown(path);
   LogInfo("process report at path: " + shown);
   if (!TakeLock(getLockPathForReportPath(path), run)) return false;
-  const bool rc = DeliverEvent(path, run.http);
+  const bool rc = DeliverEvent(path, run);
   LogInfo("processed report at path: " + shown + " with rc: " + (rc ? "1" : "0"));
   return rc;
 }

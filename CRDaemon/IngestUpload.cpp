@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "platform/Processes.h"
@@ -17,6 +18,16 @@ namespace {
 using platform::Array;
 using platform::Dictionary;
 using platform::Value;
+
+constexpr std::pair<const char*, const char*> constants[] = {
+    {"source.platform", "Mac"},
+    {"event.workflow", "Lifecycle"},
+    {"event.category", "DESKTOP"},
+    {"event.subcategory", "Host"},
+    {"event.type", "error"},
+    {"event.subtype", "exit"},
+    {"env.fw.name", "Crash Reporter SDK"},
+};
 
 bool IsLoopbackHost(std::string_view host) {
   if (host == "localhost" || host == "[::1]") return true;
@@ -72,35 +83,35 @@ platform::HttpClient ServiceClient() {
   return {ServiceUrl(), {"content-type: application/json", std::string("x-api-key: ") + names::ingestProject}};
 }
 
-Value Envelope(const Dictionary& event, platform::Time now) {
-  Dictionary data = {
-      {"source.platform", "Mac"},
-      {"event.workflow", "Lifecycle"},
-      {"event.category", "DESKTOP"},
-      {"event.subcategory", "Host"},
-      {"event.type", "error"},
-      {"event.subtype", "exit"},
-      {"env.fw.name", "Crash Reporter SDK"},
+Value Envelope(Dictionary event, platform::Time now) {
+  Dictionary data;
+  for (const auto& [key, value] : constants) data.Set(key, Value(value));
+  for (auto& [key, value] : std::move(event).TakeMembers()) data.Set(std::move(key), std::move(value));
+  Dictionary envelope = {
+      {"project", names::ingestProject},
+      {"environment", "prod"},
+      {"time", dates::FormatEventTime(now)},
+      {"ingesttype", "quanta"},
   };
-  for (const auto& [key, value] : event) data.Set(key, value);
-  const Dictionary envelope = {
-      {"project", names::ingestProject}, {"environment", "prod"}, {"time", dates::FormatEventTime(now)},
-      {"ingesttype", "quanta"},          {"data", Value(data)},
-  };
-  return Value(Dictionary{{"events", Value(Array{Value(envelope)})}});
+  envelope.Set("data", Value(std::move(data)));
+  Array events;
+  events.emplace_back(std::move(envelope));
+  Dictionary body;
+  body.Set("events", Value(std::move(events)));
+  return {std::move(body)};
 }
 
 }  // namespace upload
 
-bool postToIngest(const platform::Dictionary& event, platform::HttpClient& http) {
-  auto written = json::Write(upload::Envelope(event, platform::Now()));
+bool postToIngest(platform::Dictionary event, platform::HttpClient& http, const std::function<void()>& meanwhile) {
+  auto written = json::Write(upload::Envelope(std::move(event), platform::Now()));
   std::string body;
   if (const auto* error = std::get_if<json::Error>(&written)) {
     LogError("failed to serialize json with error: " + error->description);
   } else {
     body = std::move(std::get<std::string>(written));
   }
-  const platform::HttpAnswer answer = http.Post(body);
+  const platform::HttpAnswer answer = http.Post(body, meanwhile);
   if (answer.status == 0) {
     LogError("failed to send HTTP request with error: " + answer.error);
     return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,9 +24,10 @@ namespace upload {
 [[nodiscard]] platform::HttpClient ServiceClient();
 
 // The body of a request: the constant attributes, over them the event's own.
-[[nodiscard]] platform::Value Envelope(const platform::Dictionary& event, platform::Time now);
+[[nodiscard]] platform::Value Envelope(platform::Dictionary event, platform::Time now);
 
 }  // namespace upload
 
-// True when the service accepted the event, that is with any status below 400.
-[[nodiscard]] bool postToIngest(const platform::Dictionary& event, platform::HttpClient& http);
+// True when the service accepted the event, that is with any status below 400. `meanwhile` is for HttpClient::Post.
+[[nodiscard]] bool postToIngest(platform::Dictionary event, platform::HttpClient& http,
+                                const std::function<void()>& meanwhile = {});

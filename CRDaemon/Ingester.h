@@ -20,6 +20,14 @@ struct UploadRun {
   std::vector<platform::FileLock> refusedLocks = {};
   // Of the event that was seen to last. Its file is moved to the next one.
   std::optional<platform::FileLock> lock = {};
+  // The event that comes after the one seen to now, to be read while that is on its way; empty when there is none.
+  std::string next = {};
+  struct Ahead {
+    std::string path;
+    platform::FileStamp stamp;
+    platform::Dictionary event;
+  };
+  std::optional<Ahead> ahead = {};
 
   ~UploadRun() { ReleaseLock(); }
   void ReleaseLock();

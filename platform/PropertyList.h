@@ -38,6 +38,9 @@ class Dictionary {
   void Set(std::string key, Value value);
   void Remove(std::string_view key);
 
+  // Its own ones, to be moved from.
+  [[nodiscard]] Members TakeMembers() && { return std::move(members_); }
+
   [[nodiscard]] std::size_t size() const;
   [[nodiscard]] bool empty() const { return size() == 0; }
   [[nodiscard]] const std::pair<std::string, Value>* begin() const;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
@@ -20,7 +21,16 @@ using platform::Value;
 
 constexpr std::size_t writtenLevels = 1000;
 
+// Of printable ASCII that stands for itself: most texts are nothing else.
+bool IsPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
 void AppendQuoted(std::string& json, std::string_view text) {
+  if (IsPlain(text)) {
+    json.append(1, '"').append(text).append(1, '"');
+    return;
+  }
   json += '"';
   for (const char character : text::ToUtf8(text)) {
     if (static_cast<unsigned char>(character) < 0x20) {

@@ -171,6 +171,23 @@ TEST_F(Queue, EventDeliveredByAnotherDaemonMeanwhileIsSkipped) {
   EXPECT_TRUE(machine_.Logged("processed report at path: " + path + " with rc: 0"));
 }
 
+// While one event is on its way the next one is read, which must not be what counts.
+TEST_F(Queue, EventIsPostedAsItStandsOnceItsLockIsHeld) {
+  const auto path = [](const char* name) { return std::string(queue) + "/crMacLog_" + name + ".log"; };
+  const std::vector<const char*> names = {"A", "B", "C", "D", "E"};
+  for (const char* name : names) machine_.disk.Put(path(name), Event(name));
+  machine_.answers = {
+      {.beforeIt = [&] { machine_.disk.Put(path("B"), Event("B, written anew")); }},
+      {.beforeIt = [&] { machine_.disk.LockForSomebodyElse(path("C") + ".lck"); }},
+      {.beforeIt = [&] { machine_.disk.Remove(ProcessWide().REPORTS_DIR + "/crMacLog_E.log"); }},
+  };
+  RunIngester();
+  std::vector<std::string> posted;
+  for (const auto& post : machine_.posted) posted.push_back(post.Event("source.name"));
+  EXPECT_EQ(posted, (std::vector<std::string>{"A", "B, written anew", "D"}));
+  EXPECT_TRUE(machine_.disk.Has(path("C")));
+}
+
 TEST_F(Queue, FilesExpireAfterThirtyDaysWhateverTheyAre) {
   const auto now = machine_.Now();
   const auto limit = std::chrono::hours(30 * 24);
