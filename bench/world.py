@@ -13,8 +13,8 @@ import tempfile
 import time
 
 NOBODY = 65534
-PROGRAMS = ("CRDaemon", "CRDaemon-http", "floor_waiter", "floor_pass", "floor_parse", "floor_post", "bench_pass",
-            "bench_convert", "bench_calls", "bench_service")
+PROGRAMS = ("CRDaemon", "CRDaemon-http", "floor_waiter", "floor_pass", "floor_parse", "floor_post", "floor_post_queue",
+            "bench_pass", "bench_convert", "bench_calls", "bench_service")
 BUS = """<busconfig><type>session</type><listen>unix:path={}</listen><auth>EXTERNAL</auth><policy context="default">
 <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy></busconfig>
 """
@@ -45,13 +45,13 @@ def report(pid=4711, size=0):
     return REPORT.format(pid=pid, frames=frames)
 
 
-def eventually(holds, what, seconds=60):
+def eventually(holds, what, seconds=60, pause=0.005):
     """Returns the first true answer of `holds`."""
     end = time.monotonic() + seconds
     while not (answer := holds()):
         if time.monotonic() > end:
             raise RuntimeError("not in time: " + what)
-        time.sleep(0.005)
+        time.sleep(pause)
     return answer
 
 

@@ -3,22 +3,11 @@
 // BODIES is what bench_service recorded. Fails unless every answer was 200.
 #include <curl/curl.h>
 
-#include <fstream>
 #include <string>
-#include <vector>
+
+#include "bench/floors/Bodies.h"
 
 namespace {
-
-std::vector<std::string> ReadBodies(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  std::vector<std::string> bodies;
-  for (std::size_t size = 0; file >> size;) {
-    file.get();
-    bodies.emplace_back(size, '\0');
-    file.read(bodies.back().data(), static_cast<std::streamsize>(size));
-  }
-  return bodies;
-}
 
 std::size_t Ignore(void*, std::size_t size, std::size_t count, void*) { return size * count; }
 
