@@ -14,9 +14,17 @@
 namespace platform {
 namespace {
 
-// Where the calling thread's stack ends; null when that cannot be known. Asked once a thread: the main thread's answer
-// takes a dozen system calls.
+char* PageOf(char* address) {
+  static const auto pageBytes = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  return address - (reinterpret_cast<std::uintptr_t>(address) & (pageBytes - 1));
+}
+
+// How far the calling thread's stack may be given back; null when that cannot be known. Asked once a thread.
 char* StackEnd() {
+  // The C library reads the map of all memory to tell where the main thread's ends. The kernel has twice this much
+  // mapped below every program that starts, and nothing else for a long way.
+  constexpr std::ptrdiff_t surelyOfMainThread = std::ptrdiff_t{64} << 10;
+  if (gettid() == getpid()) return PageOf(static_cast<char*>(__builtin_frame_address(0))) - surelyOfMainThread;
   pthread_attr_t attributes{};
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return nullptr;
   void* lowest = nullptr;
@@ -24,11 +32,6 @@ char* StackEnd() {
   const bool isKnown = pthread_attr_getstack(&attributes, &lowest, &size) == 0;
   pthread_attr_destroy(&attributes);
   return isKnown ? static_cast<char*>(lowest) : nullptr;
-}
-
-char* PageOf(char* address) {
-  static const auto pageBytes = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  return address - (reinterpret_cast<std::uintptr_t>(address) & (pageBytes - 1));
 }
 
 // All below the frames in use and what the kernel may still write beneath them.
@@ -68,6 +71,7 @@ void ReleasePagesOfStart() {
 }  // namespace
 
 void ReleaseUnusedMemory() noexcept {
+  ReleaseEndedThreads();
   malloc_trim(0);
   ReleaseStack();
   ReleasePagesOfStart();

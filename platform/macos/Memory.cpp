@@ -4,6 +4,9 @@
 
 namespace platform {
 
-void ReleaseUnusedMemory() noexcept { malloc_zone_pressure_relief(nullptr, 0); }
+void ReleaseUnusedMemory() noexcept {
+  ReleaseEndedThreads();
+  malloc_zone_pressure_relief(nullptr, 0);
+}
 
 }  // namespace platform
