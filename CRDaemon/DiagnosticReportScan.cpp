@@ -36,23 +36,23 @@ MyDaemon::Text MyDaemon::readDiagnosticReports(const std::string& folder, const 
 
   const std::string crashExtension = reports::CrashExtension();
   const std::string id = processId.value_or("");
-  while (auto name = entries->Next()) {
-    if (!reports::IsCandidateName(*name, application)) continue;
-    const auto kind = reports::KindOfReport(*name, crashExtension, id);
-    if (!kind || reports::IsEarlier(entries->CreationDate(*name), ProcessWide().startDate)) continue;
-    const auto report = AcceptReportText(paths::Join(folder, *name), entries->Read(*name, platform::reportLimitBytes));
+  for (std::string name; entries->Next(name);) {
+    if (!reports::IsCandidateName(name, application)) continue;
+    const auto kind = reports::KindOfReport(name, crashExtension, id);
+    if (!kind || reports::IsEarlier(entries->CreationDate(name), ProcessWide().startDate)) continue;
+    const auto report = AcceptReportText(paths::Join(folder, name), entries->Read(name, platform::reportLimitBytes));
     if (!report || !reports::NamesProcess(*report, id)) continue;
 
     switch (*kind) {
       case reports::ReportKind::systemCrash:
-        found.crashFileApple = *name;
+        found.crashFileApple = name;
         return name;
       case reports::ReportKind::hostSignal:
-        found.crashFileCR = *name;
+        found.crashFileCR = name;
         if (!found.hangFileApple.empty()) return name;
         break;
       case reports::ReportKind::hang:
-        found.hangFileApple = *name;
+        found.hangFileApple = name;
         if (!found.crashFileCR.empty()) return name;
     }
   }

@@ -9,7 +9,8 @@ namespace reports {
 std::string CrashExtension() { return platform::ReportsAreJson() ? "ips" : "crash"; }
 
 bool IsCandidateName(std::string_view name, std::string_view appName) {
-  return !name.empty() && text::Contains(name, appName) && name.front() == appName.front();
+  // An empty application name is in no name.
+  return !appName.empty() && name.starts_with(appName.front()) && text::Contains(name, appName);
 }
 
 std::optional<ReportKind> KindOfReport(std::string_view name, std::string_view crashExtension,

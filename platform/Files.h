@@ -71,6 +71,8 @@ class Folder {
 
   // None at the end, and when the listing fails midway (then Error() says why).
   [[nodiscard]] std::optional<std::string> Next();
+  // The same, false for none, into a text that is used again: folders hold names by the hundred thousand.
+  [[nodiscard]] bool Next(std::string& name);
   [[nodiscard]] std::error_code Error() const;
 
   // Of one entry by its bare name, as the free functions of these names.

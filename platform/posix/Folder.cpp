@@ -33,18 +33,23 @@ Listing::Listing(Descriptor folder) : stream_(fdopendir(folder.Number())) {
   }
 }
 
-std::optional<std::string> Listing::Next() {
+bool Listing::Next(std::string& name) {
   while (!error_) {
     errno = 0;
     last_ = readdir(stream_.get());
     if (last_ == nullptr) {
       if (errno != 0) error_ = LastError();
-      return std::nullopt;
+      return false;
     }
-    const std::string_view name = last_->d_name;
-    if (name != "." && name != "..") return std::string(name);
+    name = last_->d_name;
+    if (name != "." && name != "..") return true;
   }
-  return std::nullopt;
+  return false;
+}
+
+std::optional<std::string> Listing::Next() {
+  std::string name;
+  return Next(name) ? std::optional(std::move(name)) : std::nullopt;
 }
 
 std::optional<FileKind> Listing::KnownKind(std::string_view name) const {
@@ -71,6 +76,8 @@ Folder& Folder::operator=(Folder&&) noexcept = default;
 Folder::~Folder() = default;
 
 std::optional<std::string> Folder::Next() { return body_->listing.Next(); }
+
+bool Folder::Next(std::string& name) { return body_->listing.Next(name); }
 
 std::error_code Folder::Error() const { return body_->listing.Error(); }
 

@@ -19,6 +19,7 @@ class Listing {
 
   // None at the end and after a failure.
   [[nodiscard]] std::optional<std::string> Next();
+  [[nodiscard]] bool Next(std::string& name);
   [[nodiscard]] std::error_code Error() const { return error_; }
 
   // Of an entry that Next has just returned, as the system told along with its name, so that no call is spent on it;

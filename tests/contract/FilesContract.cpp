@@ -28,7 +28,8 @@ std::vector<std::string> NamesIn(const std::string& path) {
   std::vector<std::string> names;
   auto folder = platform::Folder::Open(path);
   EXPECT_TRUE(folder);
-  while (auto name = folder->Next()) names.push_back(*name);
+  for (std::string name; folder->Next(name);) names.push_back(name);
+  EXPECT_FALSE(folder->Next());
   EXPECT_FALSE(folder->Error());
   std::ranges::sort(names);
   return names;

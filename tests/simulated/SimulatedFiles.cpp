@@ -110,9 +110,14 @@ Result<Folder> Folder::Open(const std::string& path) {
   return Folder(std::unique_ptr<Body>(new Body{path + "/", TheDisk().Find(path)->names}));
 }
 std::optional<std::string> Folder::Next() {
-  if (body_->next == body_->names.size()) return std::nullopt;
+  std::string name;
+  return Next(name) ? std::optional(name) : std::nullopt;
+}
+bool Folder::Next(std::string& name) {
+  if (body_->next == body_->names.size()) return false;
   ++TheDisk().counters.names;
-  return body_->names[body_->next++];
+  name = body_->names[body_->next++];
+  return true;
 }
 std::error_code Folder::Error() const { return {}; }
 FileKind Folder::KindOf(const std::string& name) const {
