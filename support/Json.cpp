@@ -1,12 +1,15 @@
 #include "support/Json.h"
 
 #include <algorithm>
+#include <bitset>
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/src.hpp>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <utility>
+
+#include "support/JsonPlain.h"
 
 namespace json {
 
@@ -25,6 +28,10 @@ constexpr std::size_t digitsKept = 4096;
 constexpr std::size_t nameBytes = 256;
 // Below it, the parser's own conversion is good enough to tell that a number is no infinity.
 constexpr double surelyFinite = 1e300;
+// What most elements of a report's arrays end with, unless it stands in a text.
+constexpr std::string_view elementEnd = "},";
+// To interrupt the parser costs about as much as to parse so many.
+constexpr std::size_t worthwhileBytes = 512;
 
 // Receives the parser's events and builds the members kept. What the parser expects of it is in snake case.
 class Builder {
@@ -38,6 +45,12 @@ class Builder {
 
   [[nodiscard]] Dictionary TakeDocument() { return TakeDictionary(open_.front()); }
   [[nodiscard]] const std::vector<std::string_view>& LeftOut() const { return leftOut_; }
+  // After an `elementEnd`: whether it is one, in an array of which nothing is built, with levels left for plain
+  // elements.
+  [[nodiscard]] bool IsBetweenSkipped() const {
+    const std::size_t levels = open_.size() + skipped_;
+    return hasClosed_ && skipped_ > 0 && !isObject_[skipped_] && levels + plainLevels <= parsedLevels;
+  }
 
   bool on_document_begin(error_code&) { return true; }
   bool on_document_end(error_code&) { return true; }
@@ -45,9 +58,13 @@ class Builder {
   bool on_array_begin(error_code& code) { return Begin(Array(), code); }
   bool on_array_end(std::size_t, error_code&) { return End(); }
   bool on_object_begin(error_code& code) { return Begin(Members(), code); }
-  bool on_object_end(std::size_t, error_code&) { return End(); }
+  bool on_object_end(std::size_t, error_code&) {
+    hasClosed_ = true;
+    return End();
+  }
 
   bool on_key_part(std::string_view part, std::size_t, error_code&) {
+    hasClosed_ = false;
     if (skipped_ > 0) return true;
     if (open_.size() == memberLevel_) part = part.substr(0, nameBytes - std::min(text_.size(), nameBytes));
     if (SpendBytes(part.size())) text_ += part;
@@ -62,6 +79,7 @@ class Builder {
   }
 
   bool on_string_part(std::string_view part, std::size_t, error_code&) {
+    hasClosed_ = false;
     if (skipped_ > 0 || !wanted_) return true;
     // It is all of the member: what fits of it still tells something.
     if (open_.size() == memberLevel_) part = part.substr(0, limits_.bytes - bytes_);
@@ -146,7 +164,7 @@ class Builder {
     if (open_.empty() && !isObject) return Fail(error::not_object, code);
     const bool isFiltered = open_.size() == 1 && IsWanted() && !outer_->inner.empty();
     if (!IsWanted() || (!isFiltered && !open_.empty() && !SpendValue(open_.size() - memberLevel_ + 1))) {
-      ++skipped_;
+      isObject_[++skipped_] = isObject;
       return true;
     }
     open_.push_back({std::move(empty), {}});
@@ -231,6 +249,8 @@ class Builder {
   std::size_t memberLevel_ = 1;                // of the object whose members are kept or not
   std::vector<Member>::const_iterator outer_;  // the member that is being built
   std::size_t skipped_ = 0;                    // containers that are open and not built
+  std::bitset<parsedLevels + 1> isObject_;     // each of these
+  bool hasClosed_ = false;                     // an object, and no part of a text came since
   bool wanted_ = true;                         // whether the next value here is built
   std::size_t values_ = 0;                     // of the member so far
   std::size_t bytes_ = 0;
@@ -250,7 +270,25 @@ boost::json::parse_options Options() {
 struct Parser::Body {
   Body(std::vector<Member> keep, Limits limits) : parser(Options(), std::move(keep), limits) {}
 
-  void Write(bool more, std::string_view piece) {
+  void Write(std::string_view piece) {
+    // Most of a report is elements of arrays that nobody asks for. Where the parser stands between two of them, it is
+    // the same to it whether it sees the next ones, as long as they are no errors.
+    std::size_t uninterrupted = 0;
+    while (!piece.empty()) {
+      const std::size_t mark = piece.find(elementEnd, std::min(uninterrupted, piece.size()));
+      const bool isFound = mark != std::string_view::npos;
+      const std::string_view parsed = piece.substr(0, isFound ? mark + elementEnd.size() : mark);
+      Parse(true, parsed);
+      if (failed) return;
+      piece.remove_prefix(parsed.size());
+      const std::size_t skipped = isFound && parser.handler().IsBetweenSkipped() ? PlainElements(piece) : 0;
+      position += skipped;
+      piece.remove_prefix(skipped);
+      uninterrupted = skipped < worthwhileBytes ? 2 * worthwhileBytes : 0;
+    }
+  }
+
+  void Parse(bool more, std::string_view piece) {
     if (failed) return;
     const std::size_t count = parser.write_some(more, piece.data(), piece.size(), failed);
     if (!failed && count < piece.size()) failed = error::extra_data;
@@ -267,10 +305,10 @@ Parser::Parser(Parser&&) noexcept = default;
 Parser& Parser::operator=(Parser&&) noexcept = default;
 Parser::~Parser() = default;
 
-void Parser::Write(std::string_view piece) { body_->Write(true, piece); }
+void Parser::Write(std::string_view piece) { body_->Write(piece); }
 
 std::variant<Dictionary, Error> Parser::Finish() {
-  body_->Write(false, {});
+  body_->Parse(false, {});
   if (body_->failed) return Error{body_->failed.message() + " at byte " + std::to_string(body_->position)};
   return body_->parser.handler().TakeDocument();
 }

@@ -51,7 +51,8 @@ TEST(Json, BuildsOnlyTheNamedMembersOfTheOutermostObject) {
 TEST(Json, RefusesWhatIsNotAJsonObject) {
   const char refused[] =
       R"(| |[]|1|"k"|null|{"k":1|{"k":1}{}|{"k":1e400}|{"s":[-1e400]}|{"k":"\ud800"}|{"k":01}|{'k':1}|{"k":1,}|{"k":NaN}|{"k":"\x"}|{k:1}|{"k":1 /**/})"
-      "|\xEF\xBB\xBF{}|{\"k\":\"\xFF\"}|{\"s\":\"\xED\xA0\x80\"}|{\"k\":\"\n\"}";
+      "|\xEF\xBB\xBF{}|{\"k\":\"\xFF\"}|{\"s\":\"\xED\xA0\x80\"}|{\"k\":\"\n\"}|{\"s\":{\"a\":{},1,2,\"b\":3}}|{\"s\":["
+      "\"},1,\n2,\"]}";
   for (const auto document : text::Split(refused, '|')) EXPECT_TRUE(IsError(std::string(document))) << document;
   EXPECT_EQ(Parsed(R"({"k":1}x)"), Value("error: extra data at byte 7"));
 }
@@ -64,7 +65,39 @@ TEST(Json, BoundsDepth) {
     EXPECT_FALSE(IsError(nested(512)));
     EXPECT_TRUE(IsError(nested(513)));
     EXPECT_TRUE(IsError(nested(1'000'000)));
+    const auto inArray = [](std::size_t outer, std::size_t inner) {
+      return "{\"s\":" + std::string(outer, '[') + "{}," + std::string(inner, '[') + std::string(inner, ']') + ",{}" +
+             std::string(outer, ']') + "}";
+    };
+    EXPECT_FALSE(IsError(inArray(500, 11)));
+    EXPECT_TRUE(IsError(inArray(500, 12)));
   }
+}
+
+// What is skipped unseen must be what the parser would have taken. It sees every byte that comes alone.
+TEST(Json, JudgesAWholeDocumentAsItsBytesOneByOne) {
+  const std::string document =
+      R"({"s":[{"a":"b"},{"c" : [-12, {"d},{":"\n\"e\/"},{},[]]},{"f":[]}, "ghijklmnopqrs",{}, 0,true ,{"t":"u"},)"
+      R"({"w":{"x":null,"y":{}}},{"z":123456789012345678},{"v":1.5},{}],"k":{"a":{},"b":[{},1,{}]}})";
+  const auto judge = [](std::string_view text, std::size_t pieceBytes) {
+    json::Parser parser({{"k"}});
+    for (; !text.empty(); text.remove_prefix(std::min(pieceBytes, text.size())))
+      parser.Write(text.substr(0, pieceBytes));
+    const auto parsed = parser.Finish();
+    const auto* whole = std::get_if<Dictionary>(&parsed);
+    return whole == nullptr ? "refused" : Written(*whole);
+  };
+  EXPECT_EQ(judge(document, SIZE_MAX), R"({"k":{"a":{},"b":[{},1,{}]}})");
+  for (std::size_t at = 0; at < document.size(); ++at) {
+    for (const char byte : "\"\\{}[],:-0.ex \x1F\x85\xC3"s) {
+      std::string changed = document;
+      changed[at] = byte;
+      EXPECT_EQ(judge(changed, SIZE_MAX), judge(changed, 1)) << changed;
+    }
+    EXPECT_EQ(judge(document.substr(0, at), SIZE_MAX), "refused");
+  }
+  EXPECT_EQ(Parsed(R"({"s":[{},"skipped as plain",{},'x',{}]})"), Value("error: syntax error at byte 31"));
+  EXPECT_EQ(Parsed(R"({"s":[{}x{},1,2]})"), Value("error: syntax error at byte 8"));
 }
 
 // Byte by byte, so that whatever can be cut is cut.
