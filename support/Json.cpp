@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <bitset>
-#include <boost/json/basic_parser_impl.hpp>
-#include <boost/json/src.hpp>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <utility>
 
+#include "support/BoostJson.h"
 #include "support/JsonPlain.h"
 
 namespace json {

@@ -227,6 +227,11 @@ Result<Place> Resolve(const std::string& path) {
 
 Result<Place> ResolveFolder(const std::string& path, MissingFolders missing) {
   if (NamesNothing(path)) return std::errc::no_such_file_or_directory;
+  const auto plain = IsRoot() || missing == MissingFolders::make ? std::nullopt : PlainPath(path);
+  if (plain) {
+    Place place{Descriptor(open(plain->c_str(), searchFlags)), ".", {}};
+    return place.folder ? Result<Place>(std::move(place)) : LastError();
+  }
   const Route route = RouteOf(path);
   return Walk(route, route.names.size(), missing);
 }
