@@ -58,6 +58,8 @@ void Dictionary::Remove(std::string_view key) {
   std::erase_if(members_, [key](const auto& member) { return member.first == key; });
 }
 
+Dictionary::Members Dictionary::TakeMembers() && { return std::move(members_); }
+
 std::size_t Dictionary::size() const { return members_.size(); }
 
 const std::pair<std::string, Value>* Dictionary::begin() const { return members_.data(); }

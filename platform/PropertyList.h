@@ -39,7 +39,7 @@ class Dictionary {
   void Remove(std::string_view key);
 
   // Its own ones, to be moved from.
-  [[nodiscard]] Members TakeMembers() && { return std::move(members_); }
+  [[nodiscard]] Members TakeMembers() &&;
 
   [[nodiscard]] std::size_t size() const;
   [[nodiscard]] bool empty() const { return size() == 0; }

@@ -1,5 +1,6 @@
 // What can be called over and over in one process.
 #include <benchmark/benchmark.h>
+#include <plist/plist.h>
 #include <xcb/xcb.h>
 
 #include <cstdlib>
@@ -8,8 +9,10 @@
 #include <string>
 #include <string_view>
 
+#include "CRDaemon/IngestUpload.h"
 #include "CRDaemon/ReportConversion.h"
 #include "platform/Windows.h"
+#include "support/Json.h"
 
 namespace {
 
@@ -48,6 +51,30 @@ void TextConversion(benchmark::State& state) {
   for ([[maybe_unused]] auto turn : state) benchmark::DoNotOptimize(conversion::EventFromReport(report, "0", sender));
 }
 
+// As it stands in the queue.
+std::string QueuedEvent() {
+  const conversion::Sender sender{"Photo", "4.2", "2.1", "F0F0", "6F1C"};
+  return *platform::WritePropertyList(platform::Value(conversion::EventFromReport(TextReport(1), "0", sender)));
+}
+
+void FloorEvent(benchmark::State& state) {
+  const std::string bytes = QueuedEvent();
+  for ([[maybe_unused]] auto turn : state) {
+    plist_t event = nullptr;
+    plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &event);
+    plist_free(event);
+  }
+}
+
+void EventToBody(benchmark::State& state) {
+  const std::string bytes = QueuedEvent();
+  for ([[maybe_unused]] auto turn : state) {
+    auto event = platform::ParsePropertyList(bytes);
+    auto& members = std::get<platform::Dictionary>(event->state());
+    benchmark::DoNotOptimize(json::Write(upload::Envelope(std::move(members), platform::Now())));
+  }
+}
+
 // Windows of our own on the display of the environment, for as long as it lives.
 class OwnWindows {
  public:
@@ -80,6 +107,8 @@ void Windows(benchmark::State& state) {
 
 BENCHMARK(FloorLines)->Arg(megabyte);
 BENCHMARK(TextConversion)->Arg(megabyte)->Arg(10 * megabyte);
+BENCHMARK(FloorEvent);
+BENCHMARK(EventToBody);
 BENCHMARK(Windows)->Arg(10)->Arg(100)->UseRealTime();
 
 }  // namespace
