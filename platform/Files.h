@@ -154,7 +154,7 @@ class FileLock {
   // False, with nothing changed, when something stands there. A file made anew for each of many locks costs more with
   // every one that was removed before: a file system may look past all of them for a place.
   [[nodiscard]] bool MoveTo(const std::string& path);
-  // Only while held: removes the file, then lets go of it.
+  // Only while held: removes the file, unless another stands in its place by now, then lets go of it.
   void RemoveAndRelease();
 
  private:

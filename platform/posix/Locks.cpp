@@ -98,7 +98,7 @@ bool FileLock::MoveTo(const std::string& path) {
 }
 
 void FileLock::RemoveAndRelease() {
-  unlinkat(body_->place.Start(), body_->place.name.c_str(), 0);
+  if (StandsAt(body_->place, body_->identity)) unlinkat(body_->place.Start(), body_->place.name.c_str(), 0);
   body_->file.Close();
 }
 

@@ -193,11 +193,11 @@ TEST_F(Contract, OneHolderOfALockAtATime) {
   moving.RemoveAndRelease();
   EXPECT_EQ(platform::KindOf(Path("moved")), FileKind::absent);
 
-  std::optional<FileLock> stale = FileLock::Try(Path("lock"));
+  auto stale = FileLock::Try(Path("lock"));
   ASSERT_FALSE(platform::RemoveFile(Path("lock")));
   const auto fresh = FileLock::Try(Path("lock"));
   EXPECT_EQ(fresh.state(), FileLock::State::held);
-  stale.reset();
+  stale.RemoveAndRelease();
   EXPECT_EQ(stateOf("lock"), FileLock::State::notLocked);
 }
 
