@@ -56,6 +56,11 @@ std::vector<std::string> Matches(const std::string& text, const std::regex& patt
 
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
+// Where a call of the *at kind finds a name.
+std::string At(const std::string& folder, const std::string& name) {
+  return name.starts_with('/') ? name : folder + "/" + name;
+}
+
 class Disk {
  public:
   using File = int;
@@ -80,16 +85,17 @@ class Disk {
     } else if (call.name == "fsync" || call.name == "fdatasync") {
       if (!paths.empty()) Sync(paths.front());
     } else if (call.name.starts_with("rename") && paths.size() == 2 && texts.size() == 2) {
-      const File file = Open(paths[0] + "/" + texts[0]);
-      open_.erase(paths[0] + "/" + texts[0]);
-      Change(paths[0] + "/" + texts[0], std::nullopt);
-      Change(paths[1] + "/" + texts[1], file);
+      const std::string from = At(paths[0], texts[0]);
+      const File file = Open(from);
+      open_.erase(from);
+      Change(from, std::nullopt);
+      Change(At(paths[1], texts[1]), file);
     } else if (call.name == "linkat" && texts.size() == 2) {
       // Of an unnamed file, by /proc/self/fd: the descriptor that was written last.
       const bool unnamed = texts[0].starts_with("/proc/self/fd/") || texts[0].empty();
-      Change(paths.back() + "/" + texts[1], unnamed ? lastWritten_ : Open(paths.front() + "/" + texts[0]));
+      Change(At(paths.back(), texts[1]), unnamed ? lastWritten_ : Open(At(paths.front(), texts[0])));
     } else if (call.name == "unlinkat" && !paths.empty() && !texts.empty()) {
-      Change(paths.front() + "/" + texts.front(), std::nullopt);
+      Change(At(paths.front(), texts.front()), std::nullopt);
     }
   }
 
