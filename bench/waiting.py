@@ -52,7 +52,11 @@ def shares(pid):
 
 
 def sockets(pid):
-    links = [os.readlink(link) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
+    """None while it closes what is being looked at."""
+    try:
+        links = [os.readlink(link) for link in pathlib.Path(f"/proc/{pid}/fd").iterdir()]
+    except FileNotFoundError:
+        return None
     return sum(link.startswith("socket:") for link in links)
 
 
