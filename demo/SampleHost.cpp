@@ -22,45 +22,16 @@
 #include <system_error>
 #include <vector>
 
+#include "demo/SampleElements.h"
+
 namespace {
 
-constexpr std::size_t allElements = 31;
-constexpr std::size_t processElement = 1;
-constexpr std::size_t reporterElement = 5;
+using demo::allElements;
+using demo::processElement;
+using demo::reporterElement;
 
 struct Options {
-  // What the daemon is started with; element 0 is its own path.
-  std::array<std::string, allElements> elements = {"",
-                                                   std::to_string(getpid()),
-                                                   "Photo",
-                                                   "4.2",
-                                                   "/usr/share/icons/photo.png",
-                                                   "",
-                                                   "0",
-                                                   "",
-                                                   "",
-                                                   "",
-                                                   "",
-                                                   "Photo quit unexpectedly.",
-                                                   "4.2.0",
-                                                   "b7",
-                                                   "Photo",
-                                                   "PhotoDesktop",
-                                                   "Photo",
-                                                   "0",
-                                                   "1.0",
-                                                   "0",
-                                                   "",
-                                                   "",
-                                                   "2.1",
-                                                   "1",
-                                                   "20",
-                                                   "0",
-                                                   "6F1C3D60-95A1-4E0C-9B7E-0A3F0C9D5B11",
-                                                   "X86-64",
-                                                   "0",
-                                                   "subscription",
-                                                   "1"};
+  std::array<std::string, allElements> elements = demo::SampleElements();
   std::size_t count = allElements;
 
   [[nodiscard]] bool AreForTheKit() const {
@@ -77,7 +48,8 @@ struct Options {
 Options ParseOptions(const std::vector<std::string>& arguments) {
   if (arguments.size() < 2 || arguments.size() % 2 != 0) Usage();
   Options options;
-  options.elements[0] = arguments[arguments.size() - 2];
+  options.elements[demo::daemonElement] = arguments[arguments.size() - 2];
+  options.elements[processElement] = std::to_string(getpid());
   options.elements[reporterElement] = arguments.back();
   for (std::size_t at = 0; at + 2 < arguments.size(); at += 2) {
     const std::string& value = arguments[at + 1];

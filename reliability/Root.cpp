@@ -18,6 +18,7 @@
 #include <system_error>
 #include <thread>
 
+#include "demo/SampleElements.h"
 #include "platform/Files.h"
 #include "reliability/Figures.h"
 #include "reliability/RootWorld.h"
@@ -108,37 +109,15 @@ struct Trial {
 };
 
 std::vector<std::string> DaemonArguments(const Sandbox& sandbox, pid_t host, const std::string& guid) {
-  return {sandbox.Folder() / "bin/CRDaemon",
-          std::to_string(host),
-          "Photo",
-          "4.2",
-          "",
-          "/bin/true",
-          "0",
-          "",
-          "",
-          "",
-          "",
-          "Photo quit unexpectedly.",
-          "4.2.0",
-          "b7",
-          "Photo",
-          "PhotoDesktop",
-          "Photo",
-          "0",
-          "1.0",
-          "0",
-          "",
-          "",
-          "2.1",
-          "1",
-          "4",
-          "0",
-          guid,
-          "X86-64",
-          "1",
-          "",
-          "0"};
+  auto elements = demo::SampleElements();
+  elements[demo::daemonElement] = sandbox.Folder() / "bin/CRDaemon";
+  elements[demo::processElement] = std::to_string(host);
+  elements[demo::reporterElement] = "/bin/true";
+  elements[demo::waitElement] = "4";
+  elements[demo::userElement] = guid;
+  elements[demo::moduleElement] = "1";
+  elements[demo::signalElement] = "0";
+  return {elements.begin(), elements.end()};
 }
 
 class Trials {
