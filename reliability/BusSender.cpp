@@ -62,7 +62,7 @@ void SendEntries(const Sender& sender) {
     Check(sd_bus_message_append(message.get(), "s", endName), "append");
     Check(sd_bus_message_open_container(message.get(), 'a', "{ss}"), "open");
     for (std::size_t entry = 0; entry < hugeBytes / entryBytes; ++entry) {
-      Check(sd_bus_message_append(message.get(), "{ss}", "key", "value"), "append");
+      Check(sd_bus_message_append(message.get(), "{ss}", std::to_string(entry).c_str(), "value"), "append");
     }
     Check(sd_bus_message_close_container(message.get()), "close");
     sender.Send(message);
