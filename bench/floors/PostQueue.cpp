@@ -3,7 +3,6 @@
 // its way.
 //   floor_post_queue FOLDER BODIES
 // FOLDER holds an event for each body; BODIES is what bench_service recorded. Fails unless every answer was 200.
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,17 +13,14 @@
 
 #include "CRDaemon/IngestUpload.h"
 #include "bench/floors/Bodies.h"
+#include "platform/Files.h"
 
 namespace {
 
 std::vector<std::string> Names(const char* path) {
+  auto folder = platform::Folder::Open(path);
   std::vector<std::string> names;
-  DIR* folder = opendir(path);
-  if (folder == nullptr) return names;
-  while (const dirent* entry = readdir(folder)) {
-    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-  }
-  closedir(folder);
+  for (std::string name; folder && folder->Next(name);) names.push_back(name);
   return names;
 }
 

@@ -50,9 +50,10 @@ Route RouteOf(std::string_view path) {
   return route;
 }
 
-// What the system can walk alone, where every link may be followed. None when the last name leads upwards: that is for
-// the caller to see.
+// What the system can walk alone, since every link may be followed. None for root, who may not follow every one, and
+// when the last name leads upwards: that is for the caller to see.
 std::optional<std::string> PlainPath(std::string_view path) {
+  if (IsRoot()) return std::nullopt;
   std::string plain(IsAbsolute(path) ? "/" : "");
   plain.reserve(path.size());
   std::string_view last;
@@ -217,7 +218,7 @@ std::error_code LastError() { return {errno, std::generic_category()}; }
 Result<Place> Resolve(const std::string& path) {
   if (NamesNothing(path)) return std::errc::no_such_file_or_directory;
   // Each access to a queue of many files is spared the opening of its folder.
-  if (auto plain = IsRoot() ? std::nullopt : PlainPath(path)) return Place{{}, std::move(*plain), {}};
+  if (auto plain = PlainPath(path)) return Place{{}, std::move(*plain), {}};
   const Route route = RouteOf(path);
   if (route.names.empty()) return Walk(route, 0, MissingFolders::fail);
   auto place = Walk(route, route.names.size() - 1, MissingFolders::fail);
@@ -227,7 +228,7 @@ Result<Place> Resolve(const std::string& path) {
 
 Result<Place> ResolveFolder(const std::string& path, MissingFolders missing) {
   if (NamesNothing(path)) return std::errc::no_such_file_or_directory;
-  const auto plain = IsRoot() || missing == MissingFolders::make ? std::nullopt : PlainPath(path);
+  const auto plain = missing == MissingFolders::make ? std::nullopt : PlainPath(path);
   if (plain) {
     Place place{Descriptor(open(plain->c_str(), searchFlags)), ".", {}};
     return place.folder ? Result<Place>(std::move(place)) : LastError();
@@ -241,11 +242,13 @@ Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode) 
   return OpenGuarded(folder, name, flags, mode, status);
 }
 
-Result<FileToRead> OpenToRead(int folder, const char* name) {
+Result<FileToRead> OpenToRead(int folder, const char* name, std::uint64_t limitBytes) {
   struct stat status {};
   auto file = OpenGuarded(folder, name, O_RDONLY, 0, status);
   if (!file) return file.Error();
-  return FileToRead{std::move(*file), static_cast<std::uint64_t>(status.st_size)};
+  const auto bytes = static_cast<std::uint64_t>(status.st_size);
+  if (bytes > limitBytes) return std::errc::file_too_large;
+  return FileToRead{std::move(*file), bytes};
 }
 
 Result<Descriptor> OpenOrMake(const Place& place, int flags, mode_t mode) {

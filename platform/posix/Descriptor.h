@@ -67,12 +67,12 @@ enum class MissingFolders { fail, make };
 // Opens without following a link, blocking, or being inherited; `flags` say what for. What is no regular file is
 // refused as in ReadFile, and not even opened when it stood there before; with O_DIRECTORY, what is no folder.
 [[nodiscard]] Result<Descriptor> OpenAt(int folder, const char* name, int flags, mode_t mode = 0);
-// The same of a file to read, with its size as it was opened.
+// The same of a file to read, with its size as it was opened; EFBIG when that is over the limit.
 struct FileToRead {
   Descriptor file;
   std::uint64_t bytes;
 };
-[[nodiscard]] Result<FileToRead> OpenToRead(int folder, const char* name);
+[[nodiscard]] Result<FileToRead> OpenToRead(int folder, const char* name, std::uint64_t limitBytes);
 
 // As OpenAt, of a file that is made with `mode` when it is absent.
 [[nodiscard]] Result<Descriptor> OpenOrMake(const Place& place, int flags, mode_t mode);

@@ -94,9 +94,8 @@ bool IsImmutable(const std::string& path) {
 }
 
 Result<std::string> ReadAt(int folder, const char* name, std::uint64_t limitBytes) {
-  const auto opened = OpenToRead(folder, name);
+  const auto opened = OpenToRead(folder, name, limitBytes);
   if (!opened) return opened.Error();
-  if (opened->bytes > limitBytes) return std::errc::file_too_large;
   return ReadToEnd(opened->file.Number(), opened->bytes, limitBytes);
 }
 

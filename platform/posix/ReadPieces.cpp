@@ -11,9 +11,8 @@ std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
                            const std::function<void(std::string_view)>& take) {
   const auto place = Resolve(path);
   if (!place) return place.Error();
-  const auto opened = OpenToRead(place->Start(), place->name.c_str());
+  const auto opened = OpenToRead(place->Start(), place->name.c_str(), limitBytes);
   if (!opened) return opened.Error();
-  if (opened->bytes > limitBytes) return std::make_error_code(std::errc::file_too_large);
 
   // Small enough for the processor's cache, since whoever takes it reads it more than once.
   constexpr std::size_t pieceBytes = std::size_t{64} << 10U;
