@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -62,7 +63,7 @@ std::optional<platform::Dictionary> TakeEvent(const std::string& path, UploadRun
 
 bool DeliverEvent(const std::string& path, UploadRun& run) {
   auto event = TakeEvent(path, run);
-  if (!event || !postToIngest(std::move(*event), run.http, [&run] { ReadAhead(run); })) return false;
+  if (!event || !postToIngest(std::move(*event), run, [&run] { ReadAhead(run); })) return false;
   deleteFile(path);
   return true;
 }
@@ -138,19 +139,22 @@ std::string Ingester::getLockPathForReportPath(const std::string& path) {
   return path + "." + names::lockFileExtension;
 }
 
-void Ingester::cleanupExpiredFiles() {
-  forEachFileAtPath(ProcessWide().REPORTS_DIR, [](const std::string& path) {
-    // What is no regular file is none of the queue's, and is left alone.
-    if (platform::KindOf(path) == platform::FileKind::regular && shouldDeleteFile(path)) deleteFile(path);
+void Ingester::cleanupExpiredFiles(const UploadRun& run) {
+  forEachFileAtPath(ProcessWide().REPORTS_DIR, [&run](const std::string& path) {
+    // Only regular files belong to the queue. A clock that jumped ahead must not make a new event an old one.
+    if (path != run.own && platform::KindOf(path) == platform::FileKind::regular && shouldDeleteFile(path)) {
+      deleteFile(path);
+    }
     return true;
   });
 }
 
-// A run that ran into a time-out leaves the rest to a later one: somebody waits for its end.
+// A run that met a time-out or a service in trouble leaves the rest to a later one: somebody waits for its end.
 void Ingester::processReports(UploadRun& run) {
   auto paths = ListPaths(ProcessWide().REPORTS_DIR);
   std::erase_if(paths, [](const std::string& path) { return !shouldProcessReport(path); });
-  for (std::size_t i = 0; i < paths.size() && !run.http.IsSpent(); ++i) {
+  std::ranges::stable_partition(paths, [&run](const std::string& path) { return path == run.own; });
+  for (std::size_t i = 0; i < paths.size() && run.MayPost(); ++i) {
     run.next = i + 1 < paths.size() ? paths[i + 1] : std::string();
     const bool wasRead = run.ahead && run.ahead->path == paths[i];
     if (wasRead || IsFile(paths[i])) processReport(paths[i], run);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "CRDaemon/Ingester.h"
 #include "platform/Processes.h"
 #include "support/Dates.h"
 #include "support/FixedNames.h"
@@ -103,7 +104,7 @@ Value Envelope(Dictionary event, platform::Time now) {
 
 }  // namespace upload
 
-bool postToIngest(platform::Dictionary event, platform::HttpClient& http, const std::function<void()>& meanwhile) {
+bool postToIngest(platform::Dictionary event, UploadRun& run, const std::function<void()>& meanwhile) {
   auto written = json::Write(upload::Envelope(std::move(event), platform::Now()));
   std::string body;
   if (const auto* error = std::get_if<json::Error>(&written)) {
@@ -111,11 +112,12 @@ bool postToIngest(platform::Dictionary event, platform::HttpClient& http, const 
   } else {
     body = std::move(std::get<std::string>(written));
   }
-  const platform::HttpAnswer answer = http.Post(body, meanwhile);
+  const platform::HttpAnswer answer = run.http.Post(body, meanwhile);
   if (answer.status == 0) {
     LogError("failed to send HTTP request with error: " + answer.error);
     return false;
   }
+  run.busyAnswers = answer.status >= 500 || answer.status == 429 ? run.busyAnswers + 1 : 0;
   if (answer.status >= 400) LogError("the ingest service answered with status " + std::to_string(answer.status));
   return answer.status >= 100 && answer.status < 400;
 }

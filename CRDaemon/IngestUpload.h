@@ -28,6 +28,9 @@ namespace upload {
 
 }  // namespace upload
 
-// True when the service accepted the event, that is with any status below 400. `meanwhile` is for HttpClient::Post.
-[[nodiscard]] bool postToIngest(platform::Dictionary event, platform::HttpClient& http,
+struct UploadRun;
+
+// True when the service accepted the event, that is with any status from 100 to 399. `meanwhile` is for
+// HttpClient::Post.
+[[nodiscard]] bool postToIngest(platform::Dictionary event, UploadRun& run,
                                 const std::function<void()>& meanwhile = {});

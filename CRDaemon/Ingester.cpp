@@ -1,6 +1,9 @@
 #include "CRDaemon/Ingester.h"
 
+#include <cstddef>
 #include <exception>
+#include <map>
+#include <ranges>
 #include <utility>
 
 #include "CRDaemon/DiagnosticPaths.h"
@@ -27,9 +30,26 @@ void LogUncaught(const char* name, Operation operation, CodePlace place = {__bui
   }
 }
 
-// True when it stands in the queue. That its folder could not be synced is said in the log, but is no reason to post
-// the event from memory too.
-bool QueueEvent(const platform::Dictionary& event) {
+// Keeps the queue within its bound. The event just queued stays, whatever its date: a clock may have been put back.
+void DeleteOldestEvents(const std::string& newest) {
+  std::vector<std::string> events;
+  Ingester::forEachFileAtPath(ProcessWide().REPORTS_DIR, [&](const std::string& path) {
+    if (path != newest && Ingester::shouldProcessReport(path)) events.push_back(path);
+    return true;
+  });
+  if (events.size() < Ingester::mostEvents) return;
+  const std::size_t surplus = events.size() + 1 - Ingester::mostEvents;
+  std::multimap<platform::Time, std::string> byDate;
+  for (const std::string& path : events) {
+    if (const auto created = platform::CreationDate(path)) byDate.emplace(*created, path);
+  }
+  LogError("the queue is full: its oldest events are deleted, " + std::to_string(surplus) + " in all");
+  for (const auto& [created, path] : byDate | std::views::take(surplus)) deleteFile(path);
+}
+
+// The path of the event's file; none when it could not be written. A folder that could not be synced gives an error
+// line, but is no reason to post the event from memory too.
+std::optional<std::string> QueueEvent(const platform::Dictionary& event) {
   const std::string folder = ProcessWide().REPORTS_DIR;
   if (platform::KindOf(folder) == platform::FileKind::absent) {
     if (const std::error_code error = platform::MakeFolders(folder)) {
@@ -41,7 +61,9 @@ bool QueueEvent(const platform::Dictionary& event) {
   const std::error_code error = xml ? WriteNew(path, *xml) : xml.Error();
   if (error) LogError("failed to write event: " + path + " with error: " + error.message());
   LogInfo("saved report to path: " + path);
-  return !error || platform::KindOf(path) == platform::FileKind::regular;
+  if (error && platform::KindOf(path) != platform::FileKind::regular) return std::nullopt;
+  DeleteOldestEvents(path);
+  return path;
 }
 
 }  // namespace
@@ -83,16 +105,17 @@ void Ingester::setSessionGuid(const std::string& guid) {
 
 void Ingester::runOnce() { Schedule({}); }
 
-// The event that stands in no file comes first: a run that ends early leaves all others for a later one.
-void Ingester::Schedule(std::optional<platform::Dictionary> unsaved) {
+// An event that is in no file comes first: a run that ends early leaves all others for a later one.
+void Ingester::Schedule(std::optional<SavedEvent> saved) {
   LogInfo("runOnce");
-  asyncGroup_->Async([unsaved = std::move(unsaved)] {
-    LogUncaught("runOnce block", [&unsaved] {
+  asyncGroup_->Async([saved = std::move(saved)] {
+    LogUncaught("runOnce block", [&saved] {
       UploadRun run{.http = upload::ServiceClient()};
-      cleanupExpiredFiles();
-      const bool isLeft = unsaved && !postToIngest(*unsaved, run.http);
+      if (saved) run.own = saved->path.value_or("");
+      cleanupExpiredFiles(run);
+      const bool isLeft = saved && !saved->path && !postToIngest(saved->event, run);
       processReports(run);
-      if (isLeft) static_cast<void>(QueueEvent(*unsaved));
+      if (isLeft) static_cast<void>(QueueEvent(saved->event));
     });
   });
 }
@@ -113,9 +136,9 @@ std::string Ingester::getUniqueFileName() {
   return std::string(names::eventFilePrefix) + "_" + NewGuid() + "." + names::eventFileSuffix;
 }
 
-std::optional<platform::Dictionary> Ingester::saveReport(const std::string& path, const std::string& type) {
+Ingester::SavedEvent Ingester::saveReport(const std::string& path, const std::string& type) {
   LogInfo("save report from path: " + path);
   platform::Dictionary event = EventOfReport(path, type, sender_);
-  if (QueueEvent(event)) return std::nullopt;
-  return event;
+  auto file = QueueEvent(event);
+  return {std::move(event), std::move(file)};
 }

@@ -28,8 +28,15 @@ struct UploadRun {
     platform::Dictionary event;
   };
   std::optional<Ahead> ahead = {};
+  // The event file of this daemon's report, empty when there is none. It is posted first, and its age does not count
+  // before.
+  std::string own = {};
+  // Answers 5xx or 429 since the last other answer. A service that has trouble is left in peace after a few.
+  int busyAnswers = 0;
+  static constexpr int mostBusyAnswers = 3;
 
   ~UploadRun() { ReleaseLock(); }
+  [[nodiscard]] bool MayPost() const { return busyAnswers < mostBusyAnswers && !http.IsSpent(); }
   void ReleaseLock();
 };
 
@@ -55,9 +62,11 @@ class Ingester {
 
   // How long a file may stay in the queue, or an unfinished one anywhere.
   static constexpr std::chrono::hours lifeOfFiles{30 * 24};
+  // How many events the queue holds at most: a new one takes the place of the oldest.
+  static constexpr std::size_t mostEvents = 2000;
 
   // The steps of a run. They touch no field of any object.
-  static void cleanupExpiredFiles();
+  static void cleanupExpiredFiles(const UploadRun& run);
   static void processReports(UploadRun& run);
   // The event stays locked until the run sees to the next one, or ends.
   static bool processReport(const std::string& path, UploadRun& run);
@@ -71,9 +80,13 @@ class Ingester {
   [[nodiscard]] static std::string getUniqueFileName();
 
  private:
-  // The event when it could not be queued.
-  [[nodiscard]] std::optional<platform::Dictionary> saveReport(const std::string& path, const std::string& type);
-  void Schedule(std::optional<platform::Dictionary> unsaved);
+  // An event, and the file that holds it; no path when it could not be queued.
+  struct SavedEvent {
+    platform::Dictionary event;
+    std::optional<std::string> path;
+  };
+  [[nodiscard]] SavedEvent saveReport(const std::string& path, const std::string& type);
+  void Schedule(std::optional<SavedEvent> saved);
 
   std::optional<platform::WorkerGroup> asyncGroup_;
   conversion::Sender sender_;

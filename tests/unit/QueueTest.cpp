@@ -214,6 +214,60 @@ TEST_F(Queue, RunPostsNothingMoreAfterATimeOut) {
   EXPECT_EQ(machine_.disk.Names(queue).size(), 3U);
 }
 
+TEST_F(Queue, FullQueueDeletesItsOldestEventsForANewOne) {
+  machine_.disk.Put("/r.ips", TextReport());
+  const auto path = [](std::size_t i) { return std::string(queue) + "/crMacLog_" + std::to_string(i) + ".log"; };
+  for (const std::size_t before : {Ingester::mostEvents - 1, Ingester::mostEvents + 2}) {
+    machine_.disk = Disk();
+    machine_.log.clear();
+    machine_.posted.clear();
+    machine_.disk.Put("/r.ips", TextReport());
+    for (std::size_t i = 0; i < before; ++i) {
+      machine_.disk.Put(path(i), Event("old"), machine_.Now() - 24h + std::chrono::seconds((i + 7) % before));
+    }
+    machine_.disk.Put(std::string(queue) + "/other", "");
+    machine_.answers = {{503}, {503}, {503}, {503}, {429}, {500}};
+    RunIngester("/r.ips");
+    EXPECT_EQ(machine_.disk.Names(queue).size(), Ingester::mostEvents + 1);
+    EXPECT_EQ(machine_.posted.size(), 6U) << "three a run";
+    EXPECT_EQ(machine_.posted.at(3).Event("source.name"), "Photo") << "the new one first";
+    EXPECT_EQ(LoggedStart("the queue is full"), before > Ingester::mostEvents);
+    for (std::size_t i = before - 8; i < before; ++i) {
+      const bool isOldest = before > Ingester::mostEvents && i >= before - 7 && i < before - 4;
+      EXPECT_EQ(machine_.disk.Has(path(i)), !isOldest) << i;
+    }
+  }
+}
+
+TEST_F(Queue, ServiceInTroubleEndsTheRunAfterThreeAnswersInARow) {
+  for (int i = 0; i < 9; ++i) {
+    machine_.disk.Put(std::string(queue) + "/crMacLog_" + std::to_string(i) + ".log", Event("Photo"));
+  }
+  machine_.answers = {{500}, {429}, {400}, {599}, {503}, {200}, {500}, {500}, {500}};
+  RunIngester();
+  EXPECT_EQ(machine_.posted.size(), 9U);
+  machine_.answers = {{429}, {500}, {503}};
+  RunIngester();
+  EXPECT_EQ(machine_.posted.size(), 12U);
+  EXPECT_EQ(machine_.disk.Names(queue).size(), 8U);
+}
+
+TEST_F(Queue, NewEventIsPostedThoughTheClockJumpedAhead) {
+  machine_.disk.Put("/r.ips", TextReport());
+  machine_.answers = {{500}};
+  ScopedIngester ingester(std::make_unique<Ingester>("Photo", "1.2", "9.0", "session", "user"));
+  ingester->start();
+  EXPECT_TRUE(machine_.RunOneTask());
+  ingester->submitReport("/r.ips", "0");
+  const std::string path = ProcessWide().REPORTS_DIR + "/" + machine_.disk.Names(queue).at(0);
+  machine_.disk.Find(path)->created = machine_.Now() - 32 * 24h;
+  ingester->stop();
+  EXPECT_EQ(machine_.posted.size(), 1U);
+  RunIngester();
+  EXPECT_EQ(machine_.posted.size(), 1U);
+  EXPECT_TRUE(machine_.disk.Names(queue).empty()) << "its age counts once it was posted";
+}
+
 TEST_F(Queue, MissingFolderIsAnErrorLineForBothPasses) {
   RunIngester();
   EXPECT_TRUE(LoggedStart("failed to get contents of directory: " + ProcessWide().REPORTS_DIR + " with error: "));
