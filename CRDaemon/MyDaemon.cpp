@@ -39,7 +39,10 @@ void MyDaemon::initProcessId() {
 
 void MyDaemon::initParameters() {}
 
-std::int32_t MyDaemon::HostId() const { return text::IntegerValue(processId.value_or("")); }
+// A text that is no process id counts as 0, the id of a host that is gone.
+std::int32_t MyDaemon::HostId() const {
+  return processId && text::IsDecimal(*processId) ? text::IntegerValue(*processId) : 0;
+}
 
 std::int16_t MyDaemon::GetOSVersionMajor() const {
   return BCDToDecimal(static_cast<std::int32_t>((platform::SystemVersionBcd() >> 8U) & 0xFFU));

@@ -16,6 +16,9 @@
 
 namespace {
 
+// The record travels on as one argument of the crash reporter, which Linux limits to 128 KiB with its final NUL.
+constexpr std::size_t longestRecordBytes = (std::size_t{128} << 10U) - 1;
+
 // The host's own record, prefix and all. None when it cannot be read.
 MyDaemon::Text ReadSessionFile(const std::string& path) {
   auto record = platform::ReadFile(path, platform::smallFileLimitBytes);
@@ -23,6 +26,11 @@ MyDaemon::Text ReadSessionFile(const std::string& path) {
     LogError("refused to read session record " + path + ": " + record.Error().message());
   }
   if (!record || !text::IsUtf8(*record)) return std::nullopt;
+  if (record->size() > longestRecordBytes) {
+    LogError("session record " + path + " of " + std::to_string(record->size()) + " bytes is cut to " +
+             std::to_string(longestRecordBytes));
+    record->resize(text::UpToBytes(*record, longestRecordBytes).size());
+  }
   return std::move(*record);
 }
 

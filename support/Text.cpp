@@ -11,6 +11,7 @@ namespace text {
 namespace {
 
 constexpr char blanks[] = " \t";
+constexpr char whiteSpace[] = " \t\n\v\f\r";
 constexpr char replacementCharacter[] = "\xEF\xBF\xBD";
 
 std::string_view WithoutLeading(std::string_view text, std::string_view characters) {
@@ -66,7 +67,7 @@ std::size_t UnitsOfFirst(std::string_view text) {
 }  // namespace
 
 std::int32_t IntegerValue(std::string_view text) {
-  text = WithoutLeading(text, blanks);
+  text = WithoutLeading(text, whiteSpace);
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   const std::int64_t limit = std::int64_t{std::numeric_limits<std::int32_t>::max()} + (negative ? 1 : 0);
@@ -76,6 +77,10 @@ std::int32_t IntegerValue(std::string_view text) {
     value = std::min(value * 10 + (character - '0'), limit);
   }
   return static_cast<std::int32_t>(negative ? -value : value);
+}
+
+bool IsDecimal(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 bool BooleanValue(std::string_view text) {
@@ -124,6 +129,13 @@ std::string_view UpTo(std::string_view text, std::size_t units) {
     rest = WithoutFirst(rest);
   }
   return text.substr(0, text.size() - rest.size());
+}
+
+std::string_view UpToBytes(std::string_view text, std::size_t bytes) {
+  if (bytes >= text.size()) return text;
+  const auto continues = [text](std::size_t at) { return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U; };
+  while (bytes > 0 && continues(bytes)) --bytes;
+  return text.substr(0, bytes);
 }
 
 std::string_view WithoutFirst(std::string_view text) {

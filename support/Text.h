@@ -10,8 +10,12 @@
 // Texts are UTF-8, or bytes from outside that should be.
 namespace text {
 
-// The leading decimal integer after blanks and one sign, clamped to 32 bits; 0 when there is none.
+// The leading decimal integer after white space (line breaks included) and one sign, clamped to 32 bits; 0 when there
+// is none.
 [[nodiscard]] std::int32_t IntegerValue(std::string_view text);
+
+// Whether the text is one decimal digit or more, and nothing else.
+[[nodiscard]] bool IsDecimal(std::string_view text);
 
 // Blanks, one sign and zeros aside, whether it starts with Y, y, T, t or a digit 1 to 9.
 [[nodiscard]] bool BooleanValue(std::string_view text);
@@ -50,6 +54,9 @@ class Utf8Check {
   std::string begun_;  // a character that the next piece must complete
   bool failed_ = false;
 };
+
+// The longest beginning of at most `bytes` bytes that does not cut a character.
+[[nodiscard]] std::string_view UpToBytes(std::string_view text, std::size_t bytes);
 
 // The bytes with every malformed sequence replaced by U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::string_view bytes);

@@ -105,6 +105,7 @@ TEST_F(Session, TextsThatAreNotUtf8ChangeNothing) {
 
 TEST_F(Session, WhereTheRecordComesFrom) {
   const std::optional<std::string> unset;
+  const std::string longest((std::size_t{128} << 10U) - 1, 'x');
   const struct {
     const char* name;
     std::optional<std::string> record, file;  // the file's content
@@ -119,6 +120,9 @@ TEST_F(Session, WhereTheRecordComesFrom) {
       {"an empty file", unset, "", sessionFile, "", true},
       {"after an empty file", "", unset, sessionFile, prefix + "S1", true},
       {"a file that is no text", prefix, "\xFF", sessionFile, unset, true},
+      {"one argument's worth", unset, longest, sessionFile, longest, true},
+      {"a byte more", unset, longest + "y", sessionFile, longest, true},
+      {"a cut character", unset, longest.substr(1) + "\xC3\xA9", sessionFile, longest.substr(1), true},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);

@@ -12,9 +12,8 @@ namespace {
 using namespace std::string_literals;
 
 TEST(Text, ReadsALeadingIntegerAndClampsIt) {
-  for (const auto& text : {""s, "-"s, "x7"s, "+-7"s, "- 7"s, "\n7"s, "\xFF"s})
-    EXPECT_EQ(text::IntegerValue(text), 0) << text;
-  for (const auto& text : {"7"s, " \t+7x"s, "0007"s, "7.9"s, "7\0"s + "1"})
+  for (const auto& text : {""s, "-"s, "x7"s, "+-7"s, "- 7"s, "\xFF"s}) EXPECT_EQ(text::IntegerValue(text), 0) << text;
+  for (const auto& text : {"7"s, " \t+7x"s, "\r\n\v\f7"s, "0007"s, "7.9"s, "7\0"s + "1"})
     EXPECT_EQ(text::IntegerValue(text), 7) << text;
   EXPECT_EQ(text::IntegerValue("2147483647"), INT_MAX);
   EXPECT_EQ(text::IntegerValue("99999999999999999999"), INT_MAX);

@@ -185,6 +185,18 @@ TEST(WaitLoop, WhatAReportedCrashLeaves) {
   EXPECT_TRUE(machine.disk.Names("~/Library/Logs/CrashReporter/Ingest").empty());
 }
 
+TEST(WaitLoop, WhatIsNoProcessIdIsAHostThatIsGone) {
+  for (const std::string& id : {std::string("1e3"), std::string(" 4711"), std::string("+4711"), std::string("4711\n"),
+                                std::string("-1"), std::string(), std::string(std::size_t{128} << 10U, '9')}) {
+    SimulatedMachine machine;
+    machine.At(20s).HostDies(0);
+    MyDaemon daemon;
+    machine.Run(daemon, HostArguments({{1, id}, {24, "0"}}));
+    EXPECT_TRUE(machine.Logged("exitStatus -1")) << id;
+    EXPECT_EQ(machine.livenessTests, 1U) << id;
+  }
+}
+
 TEST(WaitLoop, ABadArgumentListEndsWithTheHost) {
   for (const std::size_t size : {0U, 5U, 6U, 23U}) {
     SimulatedMachine machine;
