@@ -17,7 +17,10 @@ using DistributedHandler =
 // The end of an application, with its exit code or the number of the signal that ended it.
 void ObserveTermination(TerminationHandler handler);
 
-// Distributed notifications of one name, or of every name when there is none. A log-out arrives as one of them.
+// A log-out arrives as the distributed notification of this name, and so does SIGTERM, the end of the user's session.
+inline constexpr char logoutName[] = "com.apple.logoutContinued";
+
+// Distributed notifications of one name, or of every name when there is none.
 void ObserveDistributed(std::optional<std::string> name, DistributedHandler handler);
 
 // Main thread: waits until something came (and delivers it) or until woken. False: there is no input left to wait for.

@@ -17,6 +17,7 @@
 #include "platform/linux/SessionBus.h"
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/Memory.h"
+#include "platform/posix/Signals.h"
 
 namespace platform {
 namespace {
@@ -47,6 +48,10 @@ class Alarm {
 // All handlers run on the main thread, in Wait.
 class Loop {
  public:
+  // Only the main thread takes the signal.
+  void BeginTakingTermination(void (*wake)()) {
+    if (!std::exchange(takesTermination_, true)) CatchTermination(wake);
+  }
   void Observe(TerminationHandler handler) { terminationHandlers_.push_back(std::move(handler)); }
   void Observe(std::optional<std::string> name, DistributedHandler handler) {
     distributedHandlers_.emplace_back(std::move(name), std::move(handler));
@@ -62,6 +67,8 @@ class Loop {
     hasWorkerReturned_ = true;
     alarm_.Ring();
   }
+  // Async-signal-safe.
+  void Ring() const noexcept { alarm_.Ring(); }
   void StopDelivery() {
     const std::lock_guard lock(delivery_);
     isStopped_ = true;
@@ -81,6 +88,8 @@ class Loop {
       [this](const std::string& name, const UserInfo& userInfo) { DeliverNotification(name, userInfo); }};
   LoginBus login_{[this](const std::string& name, const UserInfo& userInfo) { DeliverNotification(name, userInfo); }};
   bool hasDelivered_ = false;
+  bool takesTermination_ = false;
+  bool hasDeliveredTermination_ = false;
   std::atomic<bool> isWoken_ = false;
   std::atomic<bool> hasWorkerReturned_ = false;
   std::mutex delivery_;
@@ -92,6 +101,11 @@ bool Loop::Wait() {
   while (!hasDelivered_) {
     if (isWoken_.exchange(false)) return true;
     if (hasWorkerReturned_ && WatchedHost().IsOver()) return false;
+    if (TerminationRequest() && !std::exchange(hasDeliveredTermination_, true)) {
+      // The user's session ends, and this process with it.
+      DeliverNotification(logoutName, {});
+      continue;
+    }
     AwaitInput();
   }
   return true;
@@ -159,7 +173,10 @@ void ObserveDistributed(std::optional<std::string> name, DistributedHandler hand
   MainLoop().Observe(std::move(name), std::move(handler));
 }
 
-bool WaitForInput() { return MainLoop().Wait(); }
+bool WaitForInput() {
+  MainLoop().BeginTakingTermination([] { MainLoop().Ring(); });
+  return MainLoop().Wait();
+}
 
 void WakeRunLoop() noexcept { MainLoop().Wake(); }
 

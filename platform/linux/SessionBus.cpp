@@ -9,13 +9,13 @@
 #include <utility>
 
 #include "platform/Processes.h"
+#include "platform/RunLoop.h"
 
 namespace platform {
 namespace {
 
 constexpr std::size_t textLimitBytes = std::size_t{4} << 10U;
 constexpr std::size_t entriesLimit = 256;
-constexpr auto logoutName = "com.apple.logoutContinued";
 constexpr auto loginName = "org.freedesktop.login1";
 constexpr auto loginPath = "/org/freedesktop/login1";
 constexpr auto loginManager = "org.freedesktop.login1.Manager";

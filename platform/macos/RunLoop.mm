@@ -5,10 +5,12 @@
 #include <atomic>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "platform/Processes.h"
 #include "platform/macos/Objects.h"
 #include "platform/macos/ProcessTable.h"
+#include "platform/posix/Signals.h"
 
 using Call = std::function<void()>;
 
@@ -104,6 +106,8 @@ struct Loop {
   CRDObserver* const waker = [[CRDObserver alloc] initWithReceiver:[](NSNotification*) {}];
   std::atomic<bool> isWoken = false;
   std::atomic<bool> hasWorkerReturned = false;
+  std::vector<DistributedHandler> logoutHandlers;
+  bool takesTermination = false;
 };
 
 // Never destroyed: notices come until the end.
@@ -153,6 +157,15 @@ void Register(NSString* name, CRDObserver* observer) {
   }
 }
 
+// SIGTERM is the end of the session, told as the log-out notice. Looked at once a pass.
+void TakeTermination(Loop& loop) {
+  if (!std::exchange(loop.takesTermination, true)) CatchTermination(nullptr);
+  if (!TerminationRequest()) return;
+  for (const DistributedHandler& handler : std::exchange(loop.logoutHandlers, {})) {
+    loop.delivery.Add([handler] { handler(logoutName, {}); });
+  }
+}
+
 }  // namespace
 
 void ObserveTermination(TerminationHandler handler) {
@@ -167,6 +180,7 @@ void ObserveTermination(TerminationHandler handler) {
 
 void ObserveDistributed(std::optional<std::string> name, DistributedHandler handler) {
   const Pool pool;
+  if (!name || *name == logoutName) MainLoop().logoutHandlers.push_back(handler);
   Register(name ? ToText(*name) : nil,
            [[CRDObserver alloc] initWithReceiver:[handler = std::move(handler)](NSNotification* notice) {
              DeliverNotification(notice, handler);
@@ -176,6 +190,7 @@ void ObserveDistributed(std::optional<std::string> name, DistributedHandler hand
 bool WaitForInput() {
   const Pool pool;
   Loop& loop = MainLoop();
+  TakeTermination(loop);
   if (loop.isWoken.exchange(false)) return true;
   // Looked at before the pass, which is the time that a notice of the end still has to come.
   const bool isOver = loop.hasWorkerReturned && !HostLives(WatchedHost());

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -14,6 +15,7 @@
 #include "platform/Users.h"
 #include "platform/posix/Descriptor.h"
 #include "platform/posix/HttpFrames.h"
+#include "platform/posix/Signals.h"
 #include "platform/posix/Sockets.h"
 #include "platform/posix/Spawn.h"
 
@@ -24,10 +26,17 @@ using std::chrono::steady_clock;
 
 constexpr char programName[] = "CRDaemon-http";
 constexpr auto postLimit = std::chrono::seconds(130);
-constexpr auto lastStart = std::chrono::seconds(130);  // of a post, after the first
+constexpr auto lastStart = std::chrono::seconds(130);             // of a post, after the first
+constexpr auto postLimitAtTermination = std::chrono::seconds(5);  // from the request to end, for all posts together
+constexpr auto look = std::chrono::milliseconds(250);             // how often a waiting post looks for that request
 constexpr auto exitPatience = std::chrono::seconds(2);
 constexpr auto exitPause = std::chrono::milliseconds(1);
 constexpr int maxHelpers = 3;
+
+http::Deadline EarliestOf(http::Deadline deadline) {
+  const auto request = TerminationRequest();
+  return request && deadline ? std::min(*deadline, *request + postLimitAtTermination) : deadline;
+}
 
 std::string AboutHelper(const std::string& what) { return std::string("helper ") + programName + " " + what; }
 
@@ -67,6 +76,11 @@ class Helper {
   }
 
   [[nodiscard]] Result<std::string> Receive(http::Deadline deadline) {
+    pollfd descriptor{socket_.Number(), POLLIN, 0};
+    while (!receiver_.HasLeft() && poll(&descriptor, 1, static_cast<int>(look.count())) == 0) {
+      deadline = EarliestOf(deadline);
+      if (steady_clock::now() >= *deadline) return std::errc::timed_out;
+    }
     return receiver_.Frame(http::smallFrameLimitBytes, deadline);
   }
 
@@ -188,7 +202,10 @@ HttpAnswer HttpClient::Post(std::string_view body, const std::function<void()>& 
 }
 
 bool HttpClient::IsSpent() const {
-  return body_->timedOut || (body_->firstPost && steady_clock::now() - *body_->firstPost >= lastStart);
+  const auto now = steady_clock::now();
+  const auto request = TerminationRequest();
+  return body_->timedOut || (body_->firstPost && now - *body_->firstPost >= lastStart) ||
+         (request && now - *request >= postLimitAtTermination);
 }
 
 }  // namespace platform

@@ -167,6 +167,32 @@ INSTANTIATE_TEST_SUITE_P(
         Policy{"Throttled", "1", {{25, "1"}}, false, "Malvex Crash Reporter App will not be launched"}),
     [](const auto& test) { return test.param.name; });
 
+// SIGTERM is how a session's end reaches the daemon. The service keeps every answer back for a minute.
+TEST(SessionEnd, WaitingEndsAtOnceAndAHandOverIsFinished) {
+  for (const bool crashes : {false, true}) {
+    SCOPED_TRACE(crashes);
+    Sandbox sandbox;
+    sandbox.TellService("delay 60000");
+    HostRun run = sandbox.StartWatchedHost();
+    if (crashes) {
+      run.host.Say("crash");
+      ASSERT_TRUE(run.host.AwaitEnd());
+      sandbox.Put(sandbox.Reports() / reportName, demo::SystemReport(run.host.Id()));
+      EXPECT_TRUE(run.AwaitMessage("Crash report available"));
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    // A second one changes nothing, nor does a third.
+    for (int i = 0; i < 3; ++i) kill(run.daemon.Id(), SIGTERM);
+    EXPECT_TRUE(run.AwaitMessage("stopped"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(crashes ? 8 : 4));
+    if (!crashes) run.host.Say("exit 0");
+    ExpectQuietEnd(run);
+    EXPECT_EQ(sandbox.QueuedEvents().size(), crashes ? 1U : 0U);
+    EXPECT_EQ(demo::ContentOf(sandbox.Preferences()).find(reportName) != std::string::npos, crashes);
+    EXPECT_EQ(crashes && demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }), crashes);
+  }
+}
+
 // Folders of the machine itself: only those that were made here are removed.
 class SystemFolder {
  public:
