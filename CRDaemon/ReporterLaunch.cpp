@@ -9,16 +9,23 @@
 #include "platform/Tasks.h"
 #include "support/Log.h"
 
-int LaunchTask(const std::string& executable, const std::vector<std::optional<std::string>>& arguments) {
+namespace {
+
+platform::Result<std::int32_t> Start(const std::string& executable, const std::vector<MyDaemon::Text>& arguments) {
   std::vector<std::string> passed;
   for (const auto& argument : arguments) {
     if (!argument) break;
     passed.push_back(*argument);
   }
   const auto task = platform::StartTask(executable, passed);
-  if (!task) return 1;
-  platform::BringToFront(*task);
-  return 0;
+  if (task) platform::BringToFront(*task);
+  return task;
+}
+
+}  // namespace
+
+int LaunchTask(const std::string& executable, const std::vector<std::optional<std::string>>& arguments) {
+  return Start(executable, arguments) ? 0 : 1;
 }
 
 bool MyDaemon::isBrowserApp() const { return browserAppBuild && !browserAppBuild->empty(); }
@@ -60,7 +67,9 @@ void MyDaemon::LaunchMalvexCrashReporterApp() {
 
 void MyDaemon::LaunchMCRAppForNonBrowserApp() {
   LogInfo("Launching Malvex crash reporter for Non browser apps");
-  const bool started = LaunchTask(crPath.value_or(""), ReporterArguments(appName, appVersion)) == 0;
+  const std::string reporter = crPath.value_or("");
+  const auto started = Start(reporter, ReporterArguments(appName, appVersion));
+  if (!started) LogError("failed to launch " + reporter + " with error: " + started.Error().message());
   LogInfo(started ? "Malvex crash reporter launched successfully" : "Malvex crash reporter launch failed");
 }
 

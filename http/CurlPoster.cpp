@@ -67,6 +67,8 @@ void CurlPoster::SetUp(const std::string& url) {
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &CurlPoster::Receive);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &CurlPoster::ReceiveHeaderLine);
+  curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &CurlPoster::Progress);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
@@ -87,6 +89,7 @@ void CurlPoster::SetTrust() {
 
 http::Reply CurlPoster::Post(std::string_view body) {
   receivedBytes_ = 0;
+  headEnded_ = false;
   error_[0] = '\0';
   curl_easy_setopt(easy_.get(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   // Null would mean that the body is to be read from standard input.
@@ -103,15 +106,28 @@ http::Reply CurlPoster::Judge(CURLcode result) const {
   long status = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
   // A service that closes after a status of 1xx meant it as its answer. An answer that breaks off is none.
-  const bool complete = result == CURLE_OK || result == CURLE_GOT_NOTHING;
+  const bool complete = headEnded_ && (result == CURLE_OK || result == CURLE_GOT_NOTHING);
   if (status != 0 && (complete || receivedBytes_ > answerLimitBytes)) return {static_cast<int>(status), false, {}};
-  return {0, result == CURLE_OPERATION_TIMEDOUT, error_[0] != '\0' ? error_ : curl_easy_strerror(result)};
+  return {0, result == CURLE_OPERATION_TIMEDOUT,
+          error_[0] != '\0'    ? error_
+          : result == CURLE_OK ? "the answer broke off within its header lines"
+                               : curl_easy_strerror(result)};
 }
 
 std::size_t CurlPoster::Receive(char*, std::size_t size, std::size_t count, void* self) noexcept {
   auto& receivedBytes = static_cast<CurlPoster*>(self)->receivedBytes_;
   receivedBytes += size * count;
   return receivedBytes > answerLimitBytes ? 0 : size * count;
+}
+
+// libcurl takes a header that breaks off for a whole one, so its end is looked for: an empty line. Lines that come
+// after the body change nothing.
+std::size_t CurlPoster::ReceiveHeaderLine(char* bytes, std::size_t size, std::size_t count, void* self) noexcept {
+  const std::string_view line(bytes, size * count);
+  bool& headEnded = static_cast<CurlPoster*>(self)->headEnded_;
+  if (line.starts_with("HTTP/")) headEnded = false;
+  if (line == "\r\n" || line == "\n") headEnded = true;
+  return line.size();
 }
 
 int CurlPoster::Progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {

@@ -23,6 +23,7 @@ class CurlPoster {
 
  private:
   static std::size_t Receive(char* bytes, std::size_t size, std::size_t count, void* self) noexcept;
+  static std::size_t ReceiveHeaderLine(char* bytes, std::size_t size, std::size_t count, void* self) noexcept;
   static int Progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept;
 
   void SetUp(const std::string& url);
@@ -38,6 +39,7 @@ class CurlPoster {
   int peerSocket_;
   std::chrono::steady_clock::time_point nextLook_;  // at the peer
   std::size_t receivedBytes_ = 0;                   // of this answer's body
+  bool headEnded_ = false;                          // the answer's
   bool failed_ = false;                             // the last post
   char error_[CURL_ERROR_SIZE] = {};
 };

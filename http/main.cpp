@@ -6,7 +6,9 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <initializer_list>
 
 #include "http/CurlPoster.h"
 #include "platform/posix/HttpFrames.h"
@@ -58,6 +60,12 @@ ExitStatus Serve() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (getuid() != geteuid() || getgid() != getegid()) {
+    std::fputs("CRDaemon-http: must not run with the rights of another user or group (set-user-id)\n", stderr);
+    return brokenProtocol;
+  }
+  // The daemon decides when it ends, also at the end of a session; a limit of a file's size is an error of a write.
+  for (const int passedBy : {SIGTERM, SIGXFSZ}) std::signal(passedBy, SIG_IGN);
   if (!platform::RenounceNewPrivileges()) return notThatUser;
   if (argc > 1 && !BecomeUser(argv[1])) return notThatUser;
   curl_global_init(CURL_GLOBAL_DEFAULT);

@@ -24,8 +24,12 @@ void WatchHost(std::int32_t processId);
 // None when unset, and always in a set-user-id process.
 [[nodiscard]] std::optional<std::string> Environment(const std::string& name);
 
-// Lets terminal signals and broken pipes pass this process by, makes its children waitable, and keeps its memory small.
-// Once, before threads start.
+// Lets terminal signals, broken pipes and limits of a file's size pass this process by, makes its children waitable,
+// and keeps its memory small. Once, before threads start.
 void SettleProcess();
+
+// Lets this process, and those it starts from now on, have at least `files` files open, where the system permits it.
+// The limit that is then in force.
+[[nodiscard]] std::uint64_t RaiseOpenFileLimit(std::uint64_t files);
 
 }  // namespace platform

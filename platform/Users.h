@@ -7,6 +7,9 @@ namespace platform {
 
 [[nodiscard]] bool IsRootUser();
 
+// Whether this process acts with another user's or group's rights than those of who started it: a set-user-id program.
+[[nodiscard]] bool HasBorrowedRights();
+
 // The login name of the user this process runs as.
 [[nodiscard]] std::string UserName();
 

@@ -4,9 +4,8 @@
 
 namespace platform {
 
-std::optional<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
-  const auto process = SpawnTask(executable, arguments);
-  return process ? std::optional<std::int32_t>(*process) : std::nullopt;
+Result<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
+  return SpawnTask(executable, arguments);
 }
 
 }  // namespace platform

@@ -51,6 +51,8 @@ std::optional<std::string> Absolute(const std::optional<std::string>& path) {
 
 bool IsRootUser() { return getuid() == 0; }
 
+bool HasBorrowedRights() { return getuid() != geteuid() || getgid() != getegid(); }
+
 std::string UserName() {
   const auto account = AccountOf(getuid());
   return account ? account->name : std::to_string(getuid());

@@ -1,13 +1,16 @@
 #include "platform/Tasks.h"
 
 #include <ApplicationServices/ApplicationServices.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "platform/macos/Objects.h"
 
 namespace platform {
 namespace {
 
-// Nil when it could not be launched, which the system says by raising.
+// Nil when it could not be launched: the system raises an exception, which names no error number.
 NSTask* Launch(NSString* executable, NSArray* arguments) {
   @try {
     return [NSTask launchedTaskWithLaunchPath:executable arguments:arguments];
@@ -24,13 +27,15 @@ bool IsFolder(NSString* path) {
 
 }  // namespace
 
-std::optional<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
+Result<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
   const Pool pool;
   NSMutableArray* const texts = [NSMutableArray arrayWithCapacity:arguments.size()];
   for (const auto& argument : arguments) [texts addObject:ToText(argument)];
   NSString* const path = ToText(executable);
-  NSTask* const task = IsFolder(path) ? nil : Launch(path, texts);
-  if (task == nil) return std::nullopt;
+  if (IsFolder(path)) return std::errc::is_a_directory;
+  NSTask* const task = Launch(path, texts);
+  if (task == nil && access(executable.c_str(), X_OK) != 0) return std::error_code(errno, std::generic_category());
+  if (task == nil) return std::errc::argument_list_too_long;
   return [task processIdentifier];
 }
 

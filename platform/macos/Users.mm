@@ -29,6 +29,8 @@ std::string GetLoggedInUserName() {
 
 bool IsRootUser() { return getuid() == 0; }
 
+bool HasBorrowedRights() { return getuid() != geteuid() || getgid() != getegid(); }
+
 std::string UserName() {
   const Pool pool;
   return FromText(NSUserName()).value_or("");

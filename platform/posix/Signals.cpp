@@ -40,7 +40,7 @@ void SetSignal(int signal, void (*disposition)(int)) {
 }  // namespace
 
 void SettleSignals() {
-  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) SetSignal(signal, SIG_IGN);
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) SetSignal(signal, SIG_IGN);
   SetSignal(SIGCHLD, SIG_DFL);
   MaskTermination(SIG_BLOCK);
 }

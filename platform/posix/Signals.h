@@ -5,7 +5,8 @@
 
 namespace platform {
 
-// Lets what a terminal sends and broken pipes pass this process by, and makes its children waitable.
+// Lets what a terminal sends, broken pipes and limits of a file's size pass this process by, and makes its children
+// waitable.
 // SIGTERM waits from now on, in this thread and those that it starts, for CatchTermination.
 void SettleSignals();
 

@@ -38,6 +38,7 @@ std::optional<std::string> Environment(const std::string& name) {
   return found == Machine().environment.end() ? std::nullopt : std::optional(found->second);
 }
 void SettleProcess() {}
+std::uint64_t RaiseOpenFileLimit(std::uint64_t files) { return files; }
 
 void ObserveTermination(TerminationHandler handler) { Machine().terminationHandlers.push_back(std::move(handler)); }
 void ObserveDistributed(std::optional<std::string> name, DistributedHandler handler) {
@@ -57,14 +58,15 @@ std::optional<std::vector<Window>> OnScreenWindows() {
 }
 
 // Whatever regular file is there can be started.
-std::optional<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
-  if (KindOf(executable) != FileKind::regular) return std::nullopt;
+Result<std::int32_t> StartTask(const std::string& executable, const std::vector<std::string>& arguments) {
+  if (KindOf(executable) != FileKind::regular) return std::errc::no_such_file_or_directory;
   Machine().started.push_back({executable, arguments});
   return static_cast<std::int32_t>(5000 + Machine().started.size());
 }
 void BringToFront(std::int32_t /*processId*/) {}
 
 bool IsRootUser() { return Machine().isRoot; }
+bool HasBorrowedRights() { return false; }
 std::string UserName() { return Machine().isRoot ? "root" : "anna"; }
 std::optional<std::string> ConsoleUser() { return Machine().consoleUser; }
 std::optional<std::string> HomeFolder(const std::optional<std::string>& user) {
