@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <string>
 
 #include "platform/Processes.h"
@@ -42,6 +43,13 @@ bool Has(short events, short wanted) { return (events & wanted) != 0; }
 // Of a status as wait() gives it.
 std::int64_t ExitCodeOrSignal(int status) { return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status); }
 
+// Where no pidfd is to be had.
+bool Exists(std::int32_t processId) {
+  if (getpgid(processId) < 0) return false;
+  const auto entry = ReadProcess(processId);
+  return !entry || !entry->isGone;
+}
+
 std::optional<std::int64_t> StatusOfReaped(int process) {
   PidfdInfo info{};
   info.mask = pidfdInfoExit;
@@ -53,18 +61,33 @@ std::optional<std::int64_t> StatusOfReaped(int process) {
 
 void HostExit::Watch(std::int32_t processId) {
   id_ = processId;
-  if (processId < 1) return;
+  endSeen_ = 0;
+  if (processId < 1) return NoteEnd();
   process_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processId, 0)));
   wasGone_ = !process_ && errno == ESRCH;
   if (process_) stage_ = Stage::living;
+  if (wasGone_) NoteEnd();
 }
 
-bool HostExit::Lives(std::int32_t processId) const {
-  if (processId < 1 || (processId == id_ && wasGone_)) return false;
-  if (processId == id_ && process_) return !Has(EventsOf(process_.Number(), POLLIN, 0), POLLIN);
-  if (getpgid(processId) < 0) return false;
-  const auto entry = ReadProcess(processId);
-  return !entry || !entry->isGone;
+bool HostExit::Lives(std::int32_t processId) {
+  const bool lives = processId == id_ && process_
+                         ? !Has(EventsOf(process_.Number(), POLLIN, 0), POLLIN)
+                         : processId > 0 && !(processId == id_ && wasGone_) && Exists(processId);
+  if (!lives && processId == id_) NoteEnd();
+  return lives;
+}
+
+std::optional<std::chrono::nanoseconds> HostExit::EndSeen() const {
+  const std::chrono::nanoseconds seen(endSeen_);
+  return seen.count() == 0 ? std::nullopt : std::optional(seen);
+}
+
+void HostExit::NoteEnd() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  std::chrono::nanoseconds::rep notYet = 0;
+  const std::chrono::nanoseconds seen = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  endSeen_.compare_exchange_strong(notYet, seen.count());
 }
 
 pollfd HostExit::Input() const {
@@ -76,6 +99,7 @@ pollfd HostExit::Input() const {
 
 std::optional<std::int64_t> HostExit::TakeStatus(short events) {
   if (stage_ != Stage::living && stage_ != Stage::unreaped) return std::nullopt;
+  NoteEnd();
   if (!Has(events, POLLHUP)) events = EventsOf(process_.Number(), 0, reapPatienceMilliseconds);
   std::optional<std::int64_t> status;
   if (!Has(events, POLLHUP)) {

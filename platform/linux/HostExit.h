@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 
@@ -18,7 +20,10 @@ class HostExit {
   void Watch(std::int32_t processId);
 
   // Any thread.
-  [[nodiscard]] bool Lives(std::int32_t processId) const;
+  [[nodiscard]] bool Lives(std::int32_t processId);
+  // Any thread: when the end of the watched process was first seen, since the system's start; none before. An id that
+  // is none counts as ended when the watch began.
+  [[nodiscard]] std::optional<std::chrono::nanoseconds> EndSeen() const;
 
   // The rest: main thread.
   [[nodiscard]] std::int32_t Id() const { return id_; }
@@ -33,10 +38,13 @@ class HostExit {
   // `unreaped`: a zombie whose status only its parent's reaping may still bring to light.
   enum class Stage { unwatched, living, unreaped, over };
 
+  void NoteEnd();
+
   std::int32_t id_ = 0;
   bool wasGone_ = false;
   Descriptor process_;
   Stage stage_ = Stage::unwatched;
+  std::atomic<std::chrono::nanoseconds::rep> endSeen_ = 0;  // 0: not yet
 };
 
 // The one that WatchHost and HostLives work on.

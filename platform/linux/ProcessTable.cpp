@@ -19,7 +19,9 @@ namespace platform {
 namespace {
 
 constexpr std::size_t shortNameBytes = 15;
-constexpr std::size_t exitStatusField = 49;  // of /proc/PID/stat, from the state (its field 3) on
+constexpr std::size_t startField = 19;  // of /proc/PID/stat, from the state (its field 3) on
+constexpr std::size_t exitStatusField = 49;
+constexpr auto tick = std::chrono::milliseconds(10);  // as Linux counts them for programs
 constexpr std::size_t typicalProcesses = 256;
 constexpr std::string_view deletedMark = " (deleted)";
 
@@ -41,6 +43,13 @@ std::string ReadStart(const std::string& name) {
 std::string_view Field(std::string_view line, std::size_t index) {
   for (; index > 0 && !line.empty(); --index) line.remove_prefix(std::min(line.find(' '), line.size() - 1) + 1);
   return line.substr(0, line.find_first_of(" \n"));
+}
+
+std::optional<std::int64_t> NumberIn(std::string_view line, std::size_t index) {
+  const std::string_view field = Field(line, index);
+  std::int64_t number = 0;
+  const auto parsed = std::from_chars(field.data(), field.data() + field.size(), number);
+  return parsed.ec == std::errc() ? std::optional(number) : std::nullopt;
 }
 
 // Other users' processes read as 0 there.
@@ -79,10 +88,10 @@ std::optional<ProcessEntry> ReadProcess(std::int32_t processId) {
   entry.shortName = line.substr(nameBegin, nameEnd - nameBegin);
   const std::string_view fields = std::string_view(line).substr(nameEnd + 2);
   entry.isGone = fields.starts_with('Z') || fields.starts_with('X');
-  const std::string_view status = Field(fields, exitStatusField);
-  int number = 0;
-  const bool isNumber = std::from_chars(status.data(), status.data() + status.size(), number).ec == std::errc();
-  if (entry.isGone && isNumber && (number != 0 || MaySeeExitStatus(folder))) entry.exitStatus = number;
+  entry.started = tick * NumberIn(fields, startField).value_or(0);
+  const auto status = NumberIn(fields, exitStatusField);
+  if (entry.isGone && status && (*status != 0 || MaySeeExitStatus(folder)))
+    entry.exitStatus = static_cast<int>(*status);
   return entry;
 }
 

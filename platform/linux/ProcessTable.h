@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -7,8 +8,9 @@
 namespace platform {
 
 struct ProcessEntry {
-  std::string shortName;  // cut at 15 bytes by the kernel
-  bool isGone = false;    // a zombie, or being taken down
+  std::string shortName;                // cut at 15 bytes by the kernel
+  bool isGone = false;                  // a zombie, or being taken down
+  std::chrono::milliseconds started{};  // since the system's start, rounded down to a clock tick (10 ms)
   // As wait() gives it: of a zombie of our own user, or of anybody's for root.
   std::optional<int> exitStatus;
 };

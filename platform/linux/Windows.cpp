@@ -13,6 +13,7 @@
 
 #include "platform/Processes.h"
 #include "platform/Tasks.h"
+#include "platform/linux/HostExit.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/XDisplay.h"
 #include "platform/posix/Memory.h"
@@ -26,6 +27,7 @@ constexpr std::chrono::milliseconds patience{500};
 constexpr std::chrono::seconds reconnectDelay{2};
 constexpr std::chrono::seconds activationPatience{10};
 constexpr std::chrono::milliseconds activationPause{100};
+constexpr std::chrono::milliseconds lengthOfTick{10};
 
 // False where no thread is to be had. The process may end under the task, so the task owns all that it touches.
 bool StartDetached(std::function<void()> task) {
@@ -75,6 +77,18 @@ class Screen : public std::enable_shared_from_this<Screen> {
   Clock::time_point retryAt_;
 };
 
+struct WindowOwner {
+  std::string name;
+  bool isOlder = false;  // than the host's end: its windows were there before
+};
+
+WindowOwner OwnerOf(std::int32_t processId, std::chrono::nanoseconds hostEnd) {
+  const auto entry = ReadProcess(processId);
+  // Start times are cut to clock ticks: in doubt the process came later.
+  const bool isOlder = entry && entry->started + lengthOfTick < hostEnd;
+  return {ProcessName(processId), isOlder};
+}
+
 void ActivateWindowOf(std::int32_t processId, const std::string& displayName) {
   const auto display = XDisplay::Connect(displayName);
   const auto end = Clock::now() + activationPatience;
@@ -93,16 +107,20 @@ void ActivateWindowOf(std::int32_t processId, const std::string& displayName) {
 std::optional<std::vector<Window>> OnScreenWindows() {
   const auto displayName = Environment("DISPLAY");
   if (!displayName) return std::nullopt;
+  // Until the host ends a display costs a library and a connection, for a list that matters only after a crash.
+  const auto hostEnd = WatchedHost().EndSeen();
+  if (!hostEnd) return std::vector<Window>();
   static const auto screen = std::make_shared<Screen>();
   const auto seen = screen->Look(*displayName, Clock::now() + patience);
   if (!seen) return std::nullopt;
-  std::map<std::int32_t, std::string> names;
+  std::map<std::int32_t, WindowOwner> owners;
   std::vector<Window> windows;
   windows.reserve(seen->size());
   for (const XWindow& window : *seen) {
-    const auto [name, isNew] = names.try_emplace(window.processId);
-    if (isNew && window.processId > 0) name->second = ProcessName(window.processId);
-    windows.push_back({name->second, window.title, std::to_string(window.number)});
+    const auto [owner, isNew] = owners.try_emplace(window.processId);
+    if (isNew && window.processId > 0) owner->second = OwnerOf(window.processId, *hostEnd);
+    if (owner->second.isOlder) continue;
+    windows.push_back({owner->second.name, window.title, std::to_string(window.number)});
   }
   return windows;
 }

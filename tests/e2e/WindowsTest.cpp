@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "demo/Display.h"
@@ -44,11 +46,14 @@ bool Shows(const std::string& owners) {
   return Eventually([&] { return OwnersOnScreen() == owners; }, aFewSeconds);
 }
 
+bool IsXcbLoaded() { return demo::ContentOf("/proc/self/maps").find("libxcb") != std::string::npos; }
+
 class WindowsTest : public testing::Test {
  protected:
   WindowsTest() {
     StartServer();
     platform::SettleProcess();
+    platform::WatchHost(0);  // gone, so that what comes now is listed
   }
 
   void StartServer() { setenv("DISPLAY", display.emplace().Name().c_str(), 1); }
@@ -81,6 +86,21 @@ TEST_F(WindowsTest, OwnersTitlesAndOrder) {
     EXPECT_EQ(window.ownerName, rows[i].owner);
     EXPECT_EQ(window.title, rows[i].title) << i;
   }
+}
+
+TEST_F(WindowsTest, NothingIsOpenedWhileTheHostLivesAndOldOwnersAreLeftOut) {
+  const bool wasLoaded = IsXcbLoaded();  // by a test before this one in the same process
+  demo::Program host({"/bin/cat"}, {}, "/dev/null");
+  platform::WatchHost(host.Id());
+  const SampleWindows before = display->Show("Problem Reporter", {"Before"});
+  EXPECT_TRUE(Look() && Look()->empty());
+  EXPECT_EQ(IsXcbLoaded(), wasLoaded);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // ticks by which the two are told apart
+  kill(host.Id(), SIGKILL);
+  EXPECT_TRUE(Eventually([&] { return !platform::HostLives(host.Id()); }));
+  const SampleWindows after = display->Show("Problem Reporter", {"After"});
+  EXPECT_TRUE(Shows("Problem Reporter ")) << OwnersOnScreen();
+  EXPECT_EQ(Look()->at(0).title, "After");
 }
 
 TEST_F(WindowsTest, UnderAWindowManagerAndAfterItsDeath) {
@@ -145,10 +165,10 @@ TEST_F(WindowsTest, ATaskComesToTheFront) {
 [[noreturn]] void ExitWithoutWindows(const char* displayName) {
   unsetenv("DISPLAY");
   if (displayName != nullptr) setenv("DISPLAY", displayName, 1);
+  platform::WatchHost(0);
   const bool isSeen = Look() || Look();
   platform::BringToFront(getpid());
-  const bool isLoaded = demo::ContentOf("/proc/self/maps").find("libxcb") != std::string::npos;
-  std::_Exit(!isSeen && !testing::Test::HasFailure() && (displayName != nullptr || !isLoaded) ? 0 : 1);
+  std::_Exit(!isSeen && !testing::Test::HasFailure() && (displayName != nullptr || !IsXcbLoaded()) ? 0 : 1);
 }
 
 TEST(WindowsDeathTest, NoDisplayIsNoWindowListAndLoadsNothing) {
