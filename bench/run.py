@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Measures what the daemon costs. `script/bench` builds what it needs, and says where.
 
-    run.py [--quick] PROGRAMS PAGE
+    run.py [--quick] [--write PAGE] PROGRAMS
 
-Writes the table to PAGE; with --quick, which takes the figures that do not depend on the machine's speed, prints it alone.
-Ends with 1 when a row falls short.
+Prints the table, and with --write also puts it into PAGE. --quick takes only the figures that do not depend on the machine's
+speed. Ends with 1 when a row falls short.
 """
 
 import argparse
@@ -35,9 +35,10 @@ def measure(world, quick):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--quick", action="store_true")
+    only = parser.add_mutually_exclusive_group()
+    only.add_argument("--quick", action="store_true")
+    only.add_argument("--write", metavar="PAGE")
     parser.add_argument("programs")
-    parser.add_argument("page")
     options = parser.parse_args()
     begin = time.monotonic()
     with worlds.new(options.programs) as world:
@@ -45,8 +46,8 @@ def main():
     print(table.plain(rows))
     notes.append(f"Medians of {ROUNDS} rounds, {time.monotonic() - begin:.0f} s in all.")
     print("", *notes, sep="\n")
-    if not options.quick:
-        table.write_page(options.page, rows, notes)
+    if options.write:
+        table.write_page(options.write, rows, notes)
     short = [row.what for row in rows if not row.holds()]
     if short:
         print("bench: falls short: " + "; ".join(short), file=sys.stderr)

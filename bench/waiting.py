@@ -61,28 +61,30 @@ def sockets(pid):
 
 
 def quiet(world, rounds, seconds):
-    """Daemons and floors wait side by side, all at the same time: none disturbs another by waiting. Some of the daemons
-    have a session bus alone, the others the system bus too, which here is the same.
+    """Daemons and floors wait side by side, all at the same time: none disturbs another by waiting. One daemon of a round
+    has a session bus alone, one the system bus too, which here is the same, and one a display.
     """
     host = world.start_host()
-    trios = []
+    display = world.start_display()
+    sets = []
     for _ in range(rounds):
         home = world.home()
-        trios.append((world.start_daemon(host, home), world.start([world.bin / "floor_waiter", host.pid], home),
-                      world.start_daemon(host, world.home(), DBUS_SYSTEM_BUS_ADDRESS=world.bus)))
-    for one, _, both in trios:
+        sets.append((world.start_daemon(host, home), world.start([world.bin / "floor_waiter", host.pid], home),
+                     world.start_daemon(host, world.home(), DBUS_SYSTEM_BUS_ADDRESS=world.bus),
+                     world.start_daemon(host, world.home(), DISPLAY=display)))
+    for one, _, both, _ in sets:
         worlds.eventually(lambda one=one, both=both: sockets(one.pid) == 1 and sockets(both.pid) == 2, "daemons on their buses")
     time.sleep(SETTLING)
-    before = [[Sample(process.pid) for process in trio] for trio in trios]
+    before = [[Sample(process.pid) for process in group] for group in sets]
     time.sleep(seconds)
-    after = [[Sample(process.pid) for process in trio] for trio in trios]
+    after = [[Sample(process.pid) for process in group] for group in sets]
     os.sync()
-    own, least, both = ([memory(process.pid) for process in processes] for processes in zip(*trios))
-    parts = [shares(process.pid) for process in trios[0]]
-    foreign = set().union(*(libraries(trio[0].pid) for trio in trios)) - LIBRARIES
-    calls = [trace_wakeups(world, trios[0][index].pid) for index in (0, 1)]
-    for trio in trios:
-        for process in trio:
+    own, least, both, shown = ([memory(process.pid) for process in processes] for processes in zip(*sets))
+    parts = [shares(process.pid) for process in sets[0]]
+    foreign = set().union(*(libraries(group[index].pid) for group in sets for index in (0, 3))) - LIBRARIES
+    calls = [trace_wakeups(world, sets[0][index].pid) for index in (0, 1)]
+    for group in sets:
+        for process in group:
             worlds.end(process)
     worlds.end(host)
 
@@ -93,13 +95,15 @@ def quiet(world, rounds, seconds):
         own, floor = ([figures[column] for figures in list] for list in (daemon, least))
         return Row(what, f"{median(floor):.0f} kB", f"{median(own):.0f} kB", ratios(own, floor), goal, bound=bound)
 
-    switches = [rate(index, lambda sample: sample.switches) for index in (0, 1)]
+    switches = [rate(index, lambda sample: sample.switches) for index in (0, 1, 2, 3)]
     processor = [rate(index, lambda sample: sample.processor) for index in (0, 1)]
     return [
         row("private dirty memory while waiting, on the session bus", 0, own, 1.6),
         row("the same, on the system bus too", 0, both, 1.6, bound=1.65),
+        row("private dirty memory while waiting, with a display", 0, shown, 1.6),
         row("resident memory while waiting", 1, own, 1.3),
         Row("voluntary context switches a second", f"{switches[1]:.2f}", f"{switches[0]:.2f}", switches[0], 1.05, ""),
+        Row("the same, with a display", f"{switches[1]:.2f}", f"{switches[3]:.2f}", switches[3], 1.2, ""),
         Row("system calls a wake-up", number(calls[1]), number(calls[0]), calls[0], 4, ""),
         Row("libraries mapped and not foreseen", f"of {len(LIBRARIES)}", ", ".join(sorted(foreign)) or "none", len(foreign),
             0, ""),

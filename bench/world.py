@@ -107,6 +107,12 @@ class World:
         eventually((self.folder / "bus").exists, "session bus")
         return f"unix:path={self.folder / 'bus'}"
 
+    def start_display(self):
+        """An X server for everybody; returns its display's name."""
+        server = self.start(["/usr/bin/Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-ac"], self.folder,
+                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        return ":" + server.stdout.readline().decode().strip()
+
     def environment(self, home, **more):
         # No display, and no system bus that it would have to look for now and then.
         return {"HOME": str(home), "PATH": "/usr/bin:/bin", "TZ": "UTC", "DBUS_SESSION_BUS_ADDRESS": self.bus,
