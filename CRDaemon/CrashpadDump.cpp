@@ -14,7 +14,7 @@
 namespace {
 
 // Whether `folder` is the run's own one, below the root of all dumps, and every step from the Library to it is a
-// folder: a link on the way could lead anywhere.
+// folder: a link of somebody else's on the way could lead anywhere.
 bool IsFolderOfRun(const std::string& folder, const std::string& processId) {
   const std::string library = paths::ExpandTilde(ProcessWide().UserLibrary);
   const std::string root = paths::Join(paths::Join(library, names::malvexLogs), names::crashPadDumps);
@@ -84,9 +84,7 @@ void MyDaemon::removeCrashPadDumpDirectory() {
   if (pending.empty()) return;
   const std::string folder = paths::Parent(pending);
   if (platform::KindOf(folder) == platform::FileKind::absent) return;
-  if (IsFolderOfRun(folder, processId.value_or(""))) {
-    platform::RemoveTree(folder);
-  } else {
-    LogError("refused to remove dump folder " + paths::Shown(folder));
-  }
+  const bool isRemoved = IsFolderOfRun(folder, processId.value_or("")) &&
+                         platform::RemoveTree(folder) != std::errc::too_many_symbolic_link_levels;
+  if (!isRemoved) LogError("refused to remove dump folder " + paths::Shown(folder));
 }

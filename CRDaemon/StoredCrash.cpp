@@ -10,21 +10,24 @@
 
 std::string MyDaemon::GetNewGuid() { return NewGuid(); }
 
+// Looked up and made under one lock: two daemons that start together must not make two.
 std::string MyDaemon::GetUserGuid() {
-  platform::Dictionary values = platform::PersistentDomain(names::preferencesDomain).value_or(platform::Dictionary());
   const std::string key = names::guidKeyPrefix + platform::UserName();
-  const auto announced = [&key](const std::string& guid) {
-    LogInfo("Look up string: " + key + " Stored Guid: " + guid);
-    return guid;
-  };
-  const platform::Value* stored = values.Find(key);
-  if (const auto* guid = stored == nullptr ? nullptr : stored->As<std::string>()) return announced(*guid);
-
-  LogInfo("Creating new User GUID");
-  const std::string guid = GetNewGuid();
-  values.Set(key, guid);
-  if (!platform::SetPersistentDomain(names::preferencesDomain, values)) LogError("User GUID could not be stored");
-  return announced(guid);
+  std::string guid;
+  const bool isStored = platform::ChangePersistentDomain(names::preferencesDomain, [&](platform::Dictionary& values) {
+    const platform::Value* stored = values.Find(key);
+    if (const auto* found = stored == nullptr ? nullptr : stored->As<std::string>()) {
+      guid = *found;
+      return false;
+    }
+    LogInfo("Creating new User GUID");
+    guid = GetNewGuid();
+    values.Set(key, guid);
+    return true;
+  });
+  if (!isStored) LogError("User GUID could not be stored");
+  LogInfo("Look up string: " + key + " Stored Guid: " + guid);
+  return guid;
 }
 
 std::string MyDaemon::StoredCrashKey() const {

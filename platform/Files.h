@@ -12,18 +12,23 @@
 #include "platform/Result.h"
 
 // Guarded access to files in folders that others can write to. Paths are bytes, absolute or relative to the working
-// directory; "~" means nothing here. No call follows a symbolic link in the last component, blocks on a FIFO, or reads
-// more than its limit. Any thread; an object belongs to one thread at a time.
+// directory; "~" means nothing here. No call blocks on a FIFO or reads more than its limit. A symbolic link in the last
+// component is not followed, but for what is looked at or read: there an ordinary user's own link to something of their
+// own stands for what it leads to, and for nothing when it leads nowhere. Any thread; an object belongs to one thread
+// at a time.
 namespace platform {
 
 // What may be read of a report, and of everything smaller: events, preferences, marker files.
 inline constexpr std::uint64_t reportLimitBytes = std::uint64_t{64} << 20U;
 inline constexpr std::uint64_t smallFileLimitBytes = std::uint64_t{4} << 20U;
 
-// A link is `other`, wherever it points.
+// A link that is not followed is `other`.
 enum class FileKind { absent, regular, folder, other };
 
 [[nodiscard]] FileKind KindOf(const std::string& path);
+// The file to replace in order to change the one at `path`: where a link leads that is followed, else `path`, also when
+// the link leads into a folder that is missing.
+[[nodiscard]] std::string TargetOf(const std::string& path);
 [[nodiscard]] std::optional<Time> CreationDate(const std::string& path);
 // What a regular file and its content are known by: no other file has the same, nor this one once it is written to.
 struct FileStamp {

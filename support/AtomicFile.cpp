@@ -21,7 +21,8 @@ std::error_code Finish(NewFile& file, const std::string& path, std::string_view 
 
 }  // namespace
 
-std::error_code WriteAtomically(const std::string& path, std::string_view bytes, ModeAndOwner modeAndOwner) {
+std::error_code WriteAtomically(const std::string& link, std::string_view bytes, ModeAndOwner modeAndOwner) {
+  const std::string path = platform::TargetOf(link);
   auto file = NewFile::Create(FolderOf(path));
   if (!file) return file.Error();
   if (modeAndOwner == ModeAndOwner::asTheFileReplaced) file->TakeModeAndOwnerOf(path);

@@ -74,7 +74,13 @@ class ActingAs {
 std::error_code MakeFolderFor(const std::optional<Owner>& owner, int folderDescriptor, const char* name, mode_t mode) {
   std::optional<ActingAs> act;
   if (owner) act.emplace(*owner);
-  return mkdirat(folderDescriptor, name, mode) == 0 ? std::error_code() : LastError();
+  if (mkdirat(folderDescriptor, name, mode) != 0) return LastError();
+  // A umask may have taken its owner's rights away. By its name, since it cannot be opened then; with the owner's
+  // powers alone, so that a link put in its place leads to nothing but the owner's own.
+  struct stat status {};
+  const bool isUsable =
+      fstatat(folderDescriptor, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || (status.st_mode & 0700U) == 0700U;
+  return isUsable || fchmodat(folderDescriptor, name, mode, 0) == 0 ? std::error_code() : LastError();
 }
 
 Result<Descriptor> OpenUnnamed(int folderDescriptor) {

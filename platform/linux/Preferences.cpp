@@ -2,6 +2,7 @@
 
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "platform/Clock.h"
 #include "platform/Files.h"
@@ -30,8 +31,8 @@ std::optional<Dictionary> DictionaryOf(std::string_view bytes) {
 }
 
 // Whole or not at all, with mode and owner of `model` if there is one.
-std::error_code Replace(const std::string& folder, const std::string& path, const std::string& model,
-                        std::string_view bytes) {
+std::error_code Replace(const std::string& path, const std::string& model, std::string_view bytes) {
+  const std::string folder = path.substr(0, path.find_last_of('/'));
   auto file = NewFile::Create(folder);
   if (!file) return file.Error();
   file->TakeModeAndOwnerOf(model);
@@ -47,7 +48,7 @@ bool MayReplace(const DomainFile& file) {
   if (!bytes) return bytes.Error() == std::errc::no_such_file_or_directory;
   if (DictionaryOf(*bytes)) return true;
   const std::string aside = file.path + ".damaged-" + std::to_string(Now().time_since_epoch().count());
-  return !Replace(file.folder, aside, file.path, *bytes);
+  return !Replace(aside, file.path, *bytes);
 }
 
 }  // namespace
@@ -65,12 +66,16 @@ std::optional<Value> PreferenceValue(const std::string& domain, const std::strin
   return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
-bool SetPersistentDomain(const std::string& domain, const Dictionary& values) {
-  const auto xml = WritePropertyList(Value(Value::State(values)));
+bool ChangePersistentDomain(const std::string& domain, const std::function<bool(Dictionary&)>& change) {
   const auto file = FileOf(domain);
-  if (!xml || !file || MakeFolders(file->folder)) return false;
-  const FolderLock lock(file->folder);
-  return MayReplace(*file) && !Replace(file->folder, file->path, file->path, *xml);
+  const bool hasFolder = file && !MakeFolders(file->folder);
+  const FolderLock lock(hasFolder ? file->folder : std::string());
+  auto values = PersistentDomain(domain).value_or(Dictionary());
+  if (!change(values)) return true;
+  const auto xml = WritePropertyList(Value(Value::State(std::move(values))));
+  if (!xml || !hasFolder || !MayReplace(*file)) return false;
+  const std::string target = TargetOf(file->path);
+  return !Replace(target, target, *xml);
 }
 
 }  // namespace platform

@@ -54,6 +54,8 @@ bool IsImmutableAt(int folderDescriptor, const char* name) {
 // gets it.
 std::error_code MakeFolderFor(const std::optional<Owner>& owner, int folderDescriptor, const char* name, mode_t mode) {
   if (mkdirat(folderDescriptor, name, mode) != 0) return LastError();
+  // A umask may have taken its owner's rights away.
+  if (fchmodat(folderDescriptor, name, mode, AT_SYMLINK_NOFOLLOW) != 0) return LastError();
   if (!owner) return {};
   const auto folder = OpenAt(folderDescriptor, name, O_RDONLY | O_DIRECTORY);
   if (!folder) return folder.Error();

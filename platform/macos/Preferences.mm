@@ -2,6 +2,10 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <utility>
+
+#include "platform/Files.h"
+#include "platform/Users.h"
 #include "platform/macos/Objects.h"
 
 namespace platform {
@@ -34,9 +38,14 @@ std::optional<Dictionary> PersistentDomain(const std::string& domain) {
   return dictionary == nullptr ? std::nullopt : std::optional(*dictionary);
 }
 
-bool SetPersistentDomain(const std::string& domain, const Dictionary& values) {
+bool ChangePersistentDomain(const std::string& domain, const std::function<bool(Dictionary&)>& change) {
   const Pool pool;
-  const id dictionary = ToObject(Value(Value::State(values)));
+  const auto library = LibraryFolder();
+  const FolderLock lock(library ? *library + "/Preferences" : std::string());
+  [[NSUserDefaults standardUserDefaults] synchronize];
+  auto values = PersistentDomain(domain).value_or(Dictionary());
+  if (!change(values)) return true;
+  const id dictionary = ToObject(Value(Value::State(std::move(values))));
   return dictionary != nil && Set(ToText(domain), dictionary);
 }
 

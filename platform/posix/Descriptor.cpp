@@ -65,6 +65,31 @@ std::optional<std::string> PlainPath(std::string_view path) {
   return isPlain ? std::optional(std::move(plain)) : std::nullopt;
 }
 
+// The text of a link; empty when it cannot be read.
+std::string LinkText(const std::string& path) {
+  std::string text(PATH_MAX, '\0');
+  const ssize_t size = readlink(path.c_str(), text.data(), text.size());
+  text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  return text;
+}
+
+// Where a chain of this user's own links leads; `path` itself as soon as a link or what it leads to is another's.
+std::string FollowOwnLinks(const std::string& path) {
+  std::string target = path;
+  for (int links = 0; links < maxAttempts; ++links) {
+    struct stat status {};
+    if (lstat(target.c_str(), &status) != 0) return errno == ENOENT ? target : path;
+    if (status.st_uid != geteuid() && links > 0) return path;
+    if (!S_ISLNK(status.st_mode)) return target;
+    if (status.st_uid != geteuid()) return path;
+    const std::string text = LinkText(target);
+    if (text.empty()) return path;
+    const std::size_t folderEnd = IsAbsolute(text) ? 0 : target.find_last_of('/') + 1;
+    target = target.substr(0, folderEnd) + text;
+  }
+  return path;
+}
+
 bool IsBelow(const Route& route, std::size_t depth, const Names& folder) {
   return route.absolute && depth > folder.size() && std::equal(folder.begin(), folder.end(), route.names.begin());
 }
@@ -79,6 +104,10 @@ bool IsLink(int folder, const char* name) {
   return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
+// A folder with an access list shows the list's mask in place of its group's rights: no list can give a right that the
+// mask withholds.
+bool OthersMayWrite(mode_t mode) { return (mode & (S_IWGRP | S_IWOTH)) != 0; }
+
 // What root must know of the folders on its way: whoever may write to one of them could have planted what lies below.
 class Guard {
  public:
@@ -89,7 +118,7 @@ class Guard {
     if (fstat(place.folder.Number(), &status) != 0) return LastError();
     const bool isForeign = status.st_uid != 0;
     const bool isSticky = (status.st_mode & S_ISVTX) != 0;
-    isShared_ = (status.st_mode & S_IWOTH) != 0;
+    isShared_ = OthersMayWrite(status.st_mode);
     isOn_ = isOn_ || isForeign || (isShared_ && !isSticky);
     isInLibrary_ = isOn_ && name == libraryName;
     place.newOwner = isForeign ? std::optional(Owner{status.st_uid, status.st_gid}) : std::nullopt;
@@ -111,7 +140,7 @@ class Guard {
 bool IsPlanted(int folder, const struct stat& file) {
   if (file.st_nlink < 2 || !IsRoot()) return false;
   struct stat status {};
-  return fstat(folder, &status) != 0 || status.st_uid != file.st_uid || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return fstat(folder, &status) != 0 || status.st_uid != file.st_uid || OthersMayWrite(status.st_mode);
 }
 
 std::error_code GiveTo(const std::optional<Owner>& owner, int descriptor) {
@@ -215,15 +244,25 @@ void Descriptor::Close() {
 
 std::error_code LastError() { return {errno, std::generic_category()}; }
 
-Result<Place> Resolve(const std::string& path) {
+Result<Place> Resolve(const std::string& path, LastLink last) {
   if (NamesNothing(path)) return std::errc::no_such_file_or_directory;
   // Each access to a queue of many files is spared the opening of its folder.
-  if (auto plain = PlainPath(path)) return Place{{}, std::move(*plain), {}};
+  if (const auto plain = PlainPath(path)) {
+    return Place{{}, last == LastLink::followOwn ? FollowOwnLinks(*plain) : *plain, {}};
+  }
   const Route route = RouteOf(path);
   if (route.names.empty()) return Walk(route, 0, MissingFolders::fail);
   auto place = Walk(route, route.names.size() - 1, MissingFolders::fail);
   if (place) place->name = route.names.back();
   return place;
+}
+
+std::string TargetOf(const std::string& path) {
+  const auto plain = NamesNothing(path) ? std::nullopt : PlainPath(path);
+  if (!plain) return path;
+  std::string target = FollowOwnLinks(*plain);
+  const std::string folder = target.substr(0, target.find_last_of('/') + 1);
+  return target == *plain || access(folder.empty() ? "." : folder.c_str(), F_OK) != 0 ? path : target;
 }
 
 Result<Place> ResolveFolder(const std::string& path, MissingFolders missing) {
@@ -257,6 +296,8 @@ Result<Descriptor> OpenOrMake(const Place& place, int flags, mode_t mode) {
     // Only what is certain to be new changes hands.
     auto made = OpenAt(place.Start(), place.name.c_str(), flags | O_CREAT | O_EXCL, mode);
     if (made) {
+      // Whatever the umask says.
+      if (fchmod(made->Number(), mode) != 0) return LastError();
       if (const auto error = GiveTo(place.newOwner, made->Number())) return error;
       return made;
     }

@@ -54,11 +54,15 @@ struct Place {
   [[nodiscard]] int Start() const { return folder ? folder.Number() : AT_FDCWD; }
 };
 
+// Whether a link in the last place of a path is the thing meant, or what it leads to, where an ordinary user owns both. A
+// link of theirs that leads nowhere then counts as nothing. Root follows none.
+enum class LastLink { keep, followOwn };
+
 // Every path goes through here. Links on the way are followed, except by root below a folder that is not root's alone,
 // where somebody could send it anywhere: there a link or ".." is ELOOP, and what is made belongs to the owner of the
 // Library that the way leads through, else to that of the folder. A path that begins with "~" names the home of nobody
 // and is missing.
-[[nodiscard]] Result<Place> Resolve(const std::string& path);
+[[nodiscard]] Result<Place> Resolve(const std::string& path, LastLink last = LastLink::keep);
 
 // The folder itself, with "." as the name, as the parent of what is to be done in it.
 enum class MissingFolders { fail, make };

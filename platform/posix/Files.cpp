@@ -74,12 +74,12 @@ FileKind KindAt(int folder, const char* name) {
 }
 
 FileKind KindOf(const std::string& path) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   return place ? KindAt(place->Start(), place->name.c_str()) : FileKind::absent;
 }
 
 std::optional<Time> CreationDate(const std::string& path) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   return place ? CreationDateAt(place->Start(), place->name.c_str()) : std::nullopt;
 }
 
@@ -89,7 +89,7 @@ std::optional<FileStamp> StampOf(const std::string& path) {
 }
 
 bool IsImmutable(const std::string& path) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   return place && IsImmutableAt(place->Start(), place->name.c_str());
 }
 
@@ -100,7 +100,7 @@ Result<std::string> ReadAt(int folder, const char* name, std::uint64_t limitByte
 }
 
 Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   if (!place) return place.Error();
   return ReadAt(place->Start(), place->name.c_str(), limitBytes);
 }

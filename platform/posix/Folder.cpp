@@ -61,7 +61,7 @@ struct Folder::Body {
 };
 
 Result<Folder> Folder::Open(const std::string& path) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   if (!place) return place.Error();
   auto folder = OpenAt(place->Start(), place->name.c_str(), O_RDONLY | O_DIRECTORY);
   if (!folder) return folder.Error();

@@ -9,7 +9,7 @@ namespace platform {
 
 std::error_code ReadPieces(const std::string& path, std::uint64_t limitBytes,
                            const std::function<void(std::string_view)>& take) {
-  const auto place = Resolve(path);
+  const auto place = Resolve(path, LastLink::followOwn);
   if (!place) return place.Error();
   const auto opened = OpenToRead(place->Start(), place->name.c_str(), limitBytes);
   if (!opened) return opened.Error();

@@ -33,6 +33,8 @@ std::error_code OpenOrMake(const std::string& path, unsigned mode) {
 
 }  // namespace
 
+std::string TargetOf(const std::string& path) { return path; }
+
 FileKind KindOf(const std::string& path) {
   const Disk::Node* node = TheDisk().Find(path);
   if (node == nullptr) return FileKind::absent;
