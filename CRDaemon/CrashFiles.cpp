@@ -50,6 +50,8 @@ void MyDaemon::RemoveUnfinishedFiles() const {
                              paths::JoinPlain(preferences, {appName.value_or(""), appVersion.value_or("")})}) {
     if (folder) platform::RemoveLeftovers(*folder, limit);
   }
+  // The host kit's name of a signal report until that is whole: its host did not live to finish it.
+  if (appName && !appName->empty()) RemoveStale(UserReportPath(""), "." + *appName + "_", ".new");
 }
 
 // In a handler it may meet the worker on the same files: each removal puts up with a file that is already gone.

@@ -112,12 +112,14 @@ bool MyDaemon::IsFileOlderThanDate(const std::string& path, platform::Time date)
 }
 
 void MyDaemon::CleanupDiagnostics(const std::string& folder) {
-  if (!appName || appName->empty()) return;
+  if (appName && !appName->empty()) RemoveStale(folder, *appName + "_", "");
+}
+
+void MyDaemon::RemoveStale(const std::string& folder, const std::string& prefix, std::string_view suffix) {
   auto entries = platform::Folder::Open(folder);
   if (!entries) return;
-  const std::string prefix = *appName + "_";
   while (auto name = entries->Next()) {
-    if (!name->starts_with(prefix)) continue;
+    if (!name->starts_with(prefix) || !name->ends_with(suffix)) continue;
     const std::string path = paths::Join(folder, *name);
     if (!IsFileOlderThanNMinutes(path, minutesOfStaleReport)) continue;
     if (entries->KindOf(*name) == platform::FileKind::regular) platform::RemoveFile(path);

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "CRDaemon/SharedText.h"
@@ -133,6 +134,8 @@ class MyDaemon {
   [[nodiscard]] static bool IsFileOlderThanNMinutes(const std::string& path, std::int32_t minutes);
   [[nodiscard]] static bool IsFileOlderThanDate(const std::string& path, platform::Time date);
   void CleanupDiagnostics(const std::string& folder);
+  // Removes regular files with such names that are older than a stale report.
+  static void RemoveStale(const std::string& folder, const std::string& prefix, std::string_view suffix);
   // 0: no report yet, 1: give up, 2: there is a new report.
   [[nodiscard]] int SearchCrashLog();
   [[nodiscard]] bool IsReportAvailableToBeProcessed() const;

@@ -1,16 +1,19 @@
 // What can be called over and over in one process.
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <xcb/xcb.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "CRDaemon/IngestUpload.h"
 #include "CRDaemon/ReportConversion.h"
+#include "platform/Processes.h"
 #include "platform/Windows.h"
 #include "support/Json.h"
 
@@ -75,27 +78,50 @@ void EventToBody(benchmark::State& state) {
   }
 }
 
-// Windows of our own on the display of the environment, for as long as it lives.
-class OwnWindows {
+// Shows windows on the display of the environment, says so, and stays.
+[[noreturn]] void ShowWindows(std::int64_t count, int tell) {
+  xcb_connection_t* const server = xcb_connect(nullptr, nullptr);
+  if (xcb_connection_has_error(server) != 0) _exit(1);
+  const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(server)).data;
+  for (std::int64_t made = 0; made < count; ++made) {
+    const xcb_window_t window = xcb_generate_id(server);
+    xcb_create_window(server, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 10, 10, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, 0, nullptr);
+    xcb_map_window(server, window);
+  }
+  std::free(xcb_get_input_focus_reply(server, xcb_get_input_focus(server), nullptr));
+  static_cast<void>(!write(tell, "", 1));
+  for (;;) pause();
+}
+
+// Windows of a process that lives as long as this object: only one that started after the host's end counts.
+class YoungWindows {
  public:
-  explicit OwnWindows(std::int64_t count) : server_(xcb_connect(nullptr, nullptr), xcb_disconnect) {
-    if (xcb_connection_has_error(server_.get()) != 0) return;
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(server_.get())).data;
-    for (std::int64_t made = 0; made < count; ++made) {
-      const xcb_window_t window = xcb_generate_id(server_.get());
-      xcb_create_window(server_.get(), XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 10, 10, 0,
-                        XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual, 0, nullptr);
-      xcb_map_window(server_.get(), window);
-    }
-    std::free(xcb_get_input_focus_reply(server_.get(), xcb_get_input_focus(server_.get()), nullptr));
+  explicit YoungWindows(std::int64_t count) {
+    int ends[2];
+    if (pipe(ends) != 0) return;
+    process_ = fork();
+    if (process_ == 0) ShowWindows(count, ends[1]);
+    close(ends[1]);
+    char shown = 0;
+    static_cast<void>(!read(ends[0], &shown, 1));
+    close(ends[0]);
+  }
+  YoungWindows(const YoungWindows&) = delete;
+  YoungWindows& operator=(const YoungWindows&) = delete;
+  ~YoungWindows() {
+    if (process_ <= 0) return;
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
   }
 
  private:
-  std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> server_;
+  pid_t process_ = -1;
 };
 
 void Windows(benchmark::State& state) {
-  const OwnWindows windows(state.range(0));
+  platform::WatchHost(0);  // gone
+  const YoungWindows windows(state.range(0));
   for ([[maybe_unused]] auto turn : state) {
     const auto seen = platform::OnScreenWindows();
     if (!seen || seen->size() < static_cast<std::size_t>(state.range(0))) {

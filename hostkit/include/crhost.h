@@ -135,8 +135,8 @@ CRHOST_API crhost_status crhost_arm_thread(crhost_error* error);
 
 /*
  * For a handler of the host's own, as its last step: writes the report, then sees to it that the signal kills the
- * process when the handler returns. The arguments are those of an SA_SIGINFO handler. Safe in a signal handler, and
- * only there.
+ * process when the handler returns. The arguments are those of an SA_SIGINFO handler; without info or context nothing
+ * is written. The handler may block faults: they are let through again. Safe in a signal handler, and only there.
  */
 CRHOST_API void crhost_on_signal(int signal_number, void* info, void* context);
 

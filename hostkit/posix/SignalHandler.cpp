@@ -36,6 +36,15 @@ void Mask(int how, int signal) {
   pthread_sigmask(how, &one, nullptr);
 }
 
+// A handler of the host's own may block the fault that following the stack meets next: the kernel would then kill the
+// process in the middle of the report.
+void UnblockFaults() {
+  sigset_t set{};
+  sigemptyset(&set);
+  for (const int signal : faults) sigaddset(&set, signal);
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
 // On return from the handler, so that a core file shows the crash and not us.
 void LetKill(int signal) {
   RestoreDefault(signal);
@@ -70,6 +79,7 @@ void OnSignal(int signal, siginfo_t* info, void* context) {
   pid_t current = 0;
   if (writer.compare_exchange_strong(current, thread)) {
     signalOfWriter = signal;
+    UnblockFaults();
     WriteReport(*plan, {signal, info, context});
   } else if (current != thread) {
     AwaitWriter();
@@ -150,5 +160,6 @@ crhost_status crhost_arm_thread(crhost_error* error) {
 }
 
 void crhost_on_signal(int signal_number, void* info, void* context) {
+  if (info == nullptr || context == nullptr) return hostkit::LetKill(signal_number);
   hostkit::OnSignal(signal_number, static_cast<siginfo_t*>(info), context);
 }

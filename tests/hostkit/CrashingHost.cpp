@@ -102,12 +102,30 @@ void WriteToBrokenPipe() {
   static_cast<void>(!write(ends[1], "x", 1));
 }
 
-void CrashWithOwnHandler() {
+using Handler = void (*)(int, siginfo_t*, void*);
+
+// It has its own signal blocked while it runs.
+void HandleFaults(Handler handler) {
   struct sigaction own {};
-  own.sa_sigaction = [](int signal, siginfo_t* info, void* context) { crhost_on_signal(signal, info, context); };
-  own.sa_flags = SA_SIGINFO;
+  own.sa_sigaction = handler;
+  own.sa_flags = SA_SIGINFO | SA_ONSTACK;
   sigaction(SIGSEGV, &own, nullptr);
-  WriteThroughNull();
+}
+
+void PassOn(int signal, siginfo_t* info, void* context) { crhost_on_signal(signal, info, context); }
+
+void CrashWithOwnHandler(void (*crash)(), Handler handler = PassOn) {
+  HandleFaults(handler);
+  crash();
+}
+
+// As WreckStack, by the signal that following the stack meets again.
+void WreckStackAndWrite() {
+#if defined(__x86_64__)
+  asm volatile("mov $8, %%rsp; mov $8, %%rbp; movl $1, 0" ::: "memory");
+#else
+  asm volatile("mov x29, #8; mov sp, x29; str x29, [x29]" ::: "memory");
+#endif
 }
 
 // Lives on.
@@ -141,7 +159,13 @@ const std::map<std::string, std::function<void()>>& Deeds() {
       {"RaisedInThread", [] { InThread([] { std::raise(SIGSYS); }); }},
       {"TwoThreads", CrashInTwoThreads},
       {"NoDescriptors", CrashWithoutDescriptors},
-      {"OwnHandler", CrashWithOwnHandler},
+      {"OwnHandler", [] { CrashWithOwnHandler(WriteThroughNull); }},
+      {"OwnHandlerOfAWreckedStack", [] { CrashWithOwnHandler(WreckStackAndWrite); }},
+      {"handler without context",
+       [] {
+         CrashWithOwnHandler(WriteThroughNull,
+                             [](int signal, siginfo_t*, void*) { crhost_on_signal(signal, nullptr, nullptr); });
+       }},
       {"Terminated", [] { kill(getpid(), SIGTERM); }},
       {"BrokenPipe", WriteToBrokenPipe},
       {"crash in a fork", CrashInFork},

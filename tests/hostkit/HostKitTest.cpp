@@ -89,7 +89,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Way{"DivisionByZero", SIGFPE, "SIGFPE", 2}, Way{"IllegalInstruction", SIGILL, "SIGILL", 2},
                     Way{"RaisedInThread", SIGSYS, "SIGSYS", 2}, Way{"TwoThreads", SIGSEGV, "SIGSEGV", 2},
                     Way{"NoDescriptors", SIGSEGV, "SIGSEGV", 3}, Way{"OwnHandler", SIGSEGV, "SIGSEGV", 3},
-                    Way{"Terminated", SIGTERM, "SIGTERM", 2}, Way{"BrokenPipe", SIGPIPE, "SIGPIPE", 2},
+                    Way{"OwnHandlerOfAWreckedStack", SIGSEGV, "SIGSEGV", 1}, Way{"Terminated", SIGTERM, "SIGTERM", 2},
+                    Way{"BrokenPipe", SIGPIPE, "SIGPIPE", 2},
                     Way{"ExampleInC", SIGSEGV, "SIGSEGV", 1, "example-c-host"},
                     Way{"ExampleInCpp", SIGABRT, "SIGABRT", 1, "example-cpp-host"}),
     [](const auto& test) { return test.param.name; });
@@ -110,6 +111,15 @@ TEST(HostKit, ForkHasNoPartInIt) {
   run.host.Say("crash in a fork");
   const std::string inTheFork = "in the fork: " + std::to_string(CRHOST_NOT_STARTED) + " -1\nfork died of 11\n";
   EXPECT_TRUE(demo::Eventually([&] { return ContentOf(OutputOf(sandbox)).ends_with(inTheFork); }));
+  ExpectNoReport(sandbox, run);
+}
+
+TEST(HostKit, HandlerWithoutContextLeavesNothing) {
+  Sandbox sandbox;
+  HostRun run = StartKitHost(sandbox);
+  run.host.Say("handler without context");
+  const auto status = run.host.AwaitEnd();
+  EXPECT_TRUE(status && WIFSIGNALED(*status) && WTERMSIG(*status) == SIGSEGV);
   ExpectNoReport(sandbox, run);
 }
 

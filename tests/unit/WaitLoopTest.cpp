@@ -185,6 +185,36 @@ TEST(WaitLoop, WhatAReportedCrashLeaves) {
   EXPECT_TRUE(machine.disk.Names("~/Library/Logs/CrashReporter/Ingest").empty());
 }
 
+TEST(WaitLoop, TheStartClearsUpWhatEarlierRunsLeft) {
+  SimulatedMachine machine;
+  const auto old = machine.Now() - 13min;
+  const std::string preferences = "~/Library/Preferences/";
+  const std::string folders[] = {userReports, "~/Library/Logs/DiagnosticReportsForNewHardware/",
+                                 "Library/Logs/DiagnosticReports/"};
+  for (const std::string& folder : folders) {
+    machine.disk.Put(folder + "Photo_old.ips", "", old);
+    machine.disk.Put(folder + "Photo_young.ips", "", machine.Now() - 11min);
+  }
+  for (const char* name :
+       {".Photo_2024-03-15_12_Labs-Mac-mini.ips.new", ".Video_2024-03-15_12_x.ips.new", ".Photo_1.ips"})
+    machine.disk.Put(std::string(userReports) + name, "", old);
+  machine.disk.Put(std::string(userReports) + ".Photo_2024-03-15_13_Labs-Mac-mini.ips.new", "");
+  for (const std::string& folder : {std::string(userReports), preferences, preferences + "Photo/7.1/"})
+    machine.disk.Put(folder + ".new7", "", machine.Now() - 31 * 24h);
+  machine.At(1500ms).HostDies(0);
+  MyDaemon daemon;
+  machine.Run(daemon, HostArguments());
+  for (const std::string& folder : folders) {
+    EXPECT_FALSE(machine.disk.Has(folder + "Photo_old.ips")) << folder;
+    EXPECT_TRUE(machine.disk.Has(folder + "Photo_young.ips")) << folder;
+  }
+  EXPECT_EQ(machine.disk.Names(userReports),
+            (std::vector<std::string>{"Photo_young.ips", ".Video_2024-03-15_12_x.ips.new", ".Photo_1.ips",
+                                      ".Photo_2024-03-15_13_Labs-Mac-mini.ips.new"}));
+  for (const std::string& folder : {preferences, preferences + "Photo/7.1/"})
+    EXPECT_FALSE(machine.disk.Has(folder + ".new7")) << folder;
+}
+
 TEST(WaitLoop, WhatIsNoProcessIdIsAHostThatIsGone) {
   for (const std::string& id : {std::string("1e3"), std::string(" 4711"), std::string("+4711"), std::string("4711\n"),
                                 std::string("-1"), std::string(), std::string(std::size_t{128} << 10U, '9')}) {
