@@ -1,5 +1,6 @@
 #include "tests/simulated/Disk.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "support/Text.h"
@@ -56,6 +57,13 @@ void Disk::LosePower() {
 bool Disk::Has(const std::string& path) const { return Find(Scripted(path)) != nullptr; }
 
 std::string Disk::Text(const std::string& path) const { return Has(path) ? Find(Scripted(path))->bytes : "(absent)"; }
+
+std::vector<std::string> Disk::Paths() const {
+  std::vector<std::string> paths;
+  for (const auto& [path, node] : nodes_) paths.push_back(path + (node.kind == Kind::folder ? "/" : ""));
+  std::ranges::sort(paths);
+  return paths;
+}
 
 std::vector<std::string> Disk::Names(const std::string& folder) const {
   return Has(folder) ? Find(Scripted(folder))->names : std::vector<std::string>();

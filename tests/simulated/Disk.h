@@ -42,6 +42,8 @@ class Disk {
   [[nodiscard]] bool Has(const std::string& path) const;
   [[nodiscard]] std::string Text(const std::string& path) const;
   [[nodiscard]] std::vector<std::string> Names(const std::string& folder) const;
+  // The absolute paths of everything, folders with a slash at the end.
+  [[nodiscard]] std::vector<std::string> Paths() const;
 
   // What was asked of entries and files: the cost of a scan.
   struct Counters {

@@ -63,7 +63,7 @@ Result<std::int32_t> StartTask(const std::string& executable, const std::vector<
   Machine().started.push_back({executable, arguments});
   return static_cast<std::int32_t>(5000 + Machine().started.size());
 }
-void BringToFront(std::int32_t /*processId*/) {}
+void BringToFront(std::int32_t processId) { Machine().broughtToFront.push_back(processId); }
 
 bool IsRootUser() { return Machine().isRoot; }
 bool HasBorrowedRights() { return false; }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <regex>
 #include <stdexcept>
 #include <utility>
 
@@ -108,6 +109,33 @@ void SimulatedMachine::SetPreference(const std::string& key, const platform::Val
   auto values = platform::PersistentDomain(names::preferencesDomain).value_or(platform::Dictionary());
   values.Set(key, value);
   if (!platform::SetPersistentDomain(names::preferencesDomain, values)) throw std::logic_error("preferences");
+}
+
+std::string SimulatedMachine::Transcript(bool fromTheStart) const {
+  std::string text;
+  const auto add = [&text](const std::string& line) { text += line + "\n"; };
+  auto first = log.begin();
+  if (!fromTheStart) first = std::ranges::find(log, "runOnce", &LogLine::text);
+  for (; first != log.end(); ++first) add(first->level.substr(0, 1) + " " + first->text);
+  for (const auto& program : started) {
+    add("started: " + program.executable);
+    for (const auto& argument : program.arguments) add("  [" + argument + "]");
+  }
+  for (const auto id : broughtToFront) add("to front: " + std::to_string(id));
+  for (const auto& post : posted) add("posted: " + post.body);
+  for (const auto time : wakes) add("run loop woken: " + std::to_string(time.count()) + " ms");
+  add("window lists: " + std::to_string(windowLists));
+  for (const auto& path : disk.Paths()) {
+    const bool isTold = path.ends_with("Module.txt") || path.ends_with(".plist");
+    add("file: " + path + (isTold ? "\n" + disk.Text(path) : ""));
+  }
+  static const std::regex guid("[0-9A-Fa-f]{8}(-[0-9A-Fa-f]{4}){3}-[0-9A-Fa-f]{12}");
+  return std::regex_replace(text, guid, "GUID");
+}
+
+void SimulatedMachine::Wake() {
+  inputCame_ = true;
+  wakes.push_back(Elapsed());
 }
 
 std::size_t SimulatedMachine::CountLogged(std::string_view text) const {

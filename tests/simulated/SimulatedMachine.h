@@ -93,6 +93,9 @@ class SimulatedMachine {
     std::string text;
   };
   std::vector<LogLine> log;
+  // The whole run: log, what was started and posted, and what is on the disk. Names made at random are "GUID". A log
+  // that is not told from its first line on begins with the wait for the host.
+  [[nodiscard]] std::string Transcript(bool fromTheStart) const;
   [[nodiscard]] std::size_t CountLogged(std::string_view text) const;
   [[nodiscard]] bool Logged(std::string_view text) const { return CountLogged(text) > 0; }
 
@@ -110,6 +113,8 @@ class SimulatedMachine {
     std::vector<std::string> arguments;
   };
   std::vector<Started> started;
+  std::vector<std::int32_t> broughtToFront;
+  std::vector<std::chrono::milliseconds> wakes;  // when the run loop was woken
   std::size_t livenessTests = 0;
   std::size_t windowLists = 0;
 
@@ -120,7 +125,7 @@ class SimulatedMachine {
   void Submit(std::function<void()> task) { tasks_.push_back(std::move(task)); }
   // False when none was left.
   bool RunOneTask();
-  void Wake() { inputCame_ = true; }
+  void Wake();
   void Announce(std::int64_t exitStatus, const std::string& processId);
   void Deliver(const std::string& name, const std::map<std::string, std::string>& userInfo);
 

@@ -10,6 +10,7 @@
 #include "platform/Preferences.h"
 #include "support/FixedNames.h"
 #include "tests/simulated/SimulatedMachine.h"
+#include "tests/unit/Transcripts.h"
 
 namespace {
 
@@ -77,6 +78,12 @@ Step DumpAppears(Moment at) {
     machine.At(at).FileAppears("~/Library/Logs/Malvex/CrashPadDumps/Photo/7.1.0/1042/4711/pending/" + dumpName, "");
   };
 }
+void HasSession(SimulatedMachine& machine) {
+  machine.disk.Put("~/Library/Logs/Malvex/glimmerData_4711.sllog", "SkylanceSessionId:  S7");
+}
+void BrowserReport(SimulatedMachine& machine) {
+  machine.At(3s).FileAppears(systemReport, JsonReport() + "Binary Images:\nPhoto.so\n");
+}
 void NeverSend(SimulatedMachine& machine) { machine.SetPreference("always_never_send", "2"); }
 void KeepNoPreferences(SimulatedMachine& machine) { machine.disk.Fail(preferencesFile, std::errc::permission_denied); }
 
@@ -95,11 +102,12 @@ TEST(WaitLoop, EveryEnd) {
   const auto crash = Dies(3s, SIGSEGV), killed = Dies(3s, SIGKILL), terminated = Dies(3s, SIGTERM);
   const auto report = Appears(4s, systemReport), ownReport = Appears(3s, signalReport), hang = Appears(3s, hangReport);
   const End ends[] = {
-      // Nobody need hear of it.
+      // Nothing is reported.
       {"normal exit", {}, {Dies(3s, 0)}, 3s, nothing, "Normal Exit"},
       {"log-out, host alive", {}, {Posts(2500ms, names::logoutContinued)}, 3s, nothing, "stopped"},
       {"log-out, deciding", {}, {crash, Posts(4500ms, names::logoutContinued)}, 5s, nothing, notFound},
-      {"announced", {}, {Posts(2500ms, names::terminatedNormally)}, 3s, nothing, announced},
+      {"log-out, host dies at once", {}, {Posts(2500ms, names::logoutContinued), crash}, 3s, nothing, "stopped"},
+      {"announced", {}, {Posts(2500ms, names::terminatedNormally), HasSession}, 3s, nothing, announced},
       {"no report in time", {{24, "3"}}, {crash}, 5s, nothing, searching},
       {"no time", {{24, "none"}}, {crash}, 3s, nothing, searching},
       {"no signal report", {}, {terminated}, 9s, nothing, noSignalReport},
@@ -116,6 +124,29 @@ TEST(WaitLoop, EveryEnd) {
       {"signal, waits for hang", {}, {terminated, ownReport}, 9s, "signal, reporter", "CR handled signal received"},
       {"hang", {{23, "0"}}, {killed, hang}, 9s, "hang, reporter", available},
       {"signal and hang", {{23, "0"}}, {hang, ownReport, killed}, 3s, "others, reporter", available},
+      {"module logged once", {{24, "9"}, {28, "Y"}}, {AppearsLocked, crash}, 42s, "crash, reporter", waitsForDialog},
+      {"module of a handled report", {{24, "1"}, {28, "Y"}}, {IsThere, crash}, 3s, nothing, searching},
+      {"module of a signal", {{28, "Y"}}, {terminated, ownReport}, 9s, "signal, reporter", available},
+      {"session and dump",
+       {},
+       {HasSession, DumpAppears(2s), crash, report},
+       4s,
+       "crash, reporter",
+       "Setting Skylance Session ID: SkylanceSessionId:  S7"},
+      {"browser",
+       {{7, "Browser"}, {8, "9.1"}, {9, "77"}, {10, "Photo.so"}},
+       {crash, BrowserReport},
+       3s,
+       "crash, reporter",
+       available},
+      {"browser, other module", {{9, "77"}, {10, "Other.so"}}, {crash, BrowserReport}, 3s, "crash", available},
+      {"browser, no such reporter",
+       {{9, "77"}, {10, "Photo.so"}, {5, "/None"}},
+       {crash, BrowserReport},
+       3s,
+       "crash",
+       available},
+      {"own report, unannounced", {}, {DiesSilently, ownReport}, 14s, "signal, reporter", available},
       {"unannounced", {}, {DiesSilently, report}, 8s, "crash, reporter", "Parent app exit code:-1"},
       {"delivered", {}, {Posts(2s, names::exceptionDelivered), AppearsLocked, crash}, 3s, "crash, reporter", available},
       {"delivered, and a dump",
@@ -150,6 +181,7 @@ TEST(WaitLoop, EveryEnd) {
     SCOPED_TRACE(end.name);
     SimulatedMachine machine;
     machine.disk.Put(dataFile);
+    machine.disk.Put("~/Library/Logs/Malvex/CrashPadDumps/Photo/7.1.0/1042/4711/pending/other", "");
     for (const auto& step : end.script) step(machine);
     MyDaemon daemon;
     machine.Run(daemon, HostArguments(end.replaced));
@@ -161,9 +193,7 @@ TEST(WaitLoop, EveryEnd) {
     EXPECT_EQ(outcome, end.outcome);
     EXPECT_TRUE(machine.Logged(end.logged));
     EXPECT_TRUE(daemon.endRunLoop);
-    // Only the ends with nothing to show clear up: neither a launch nor a log-out does.
-    const bool kept = outcome.ends_with("reporter") || std::string(end.name).starts_with("log-out");
-    EXPECT_EQ(machine.disk.Has(dataFile), kept || end.logged == reporterFailed);
+    ExpectTranscript(end.name, machine.Transcript(end.name == std::string("normal exit")));
   }
 }
 
