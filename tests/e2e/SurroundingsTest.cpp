@@ -43,7 +43,7 @@ TEST(Surroundings, LimitsOfOpenFilesAreRaisedOrTold) {
   const struct {
     const char* limits;
     const char* told;
-  } cases[] = {{"--nofile=5:64", ""}, {"--nofile=7", "CRDaemon: only 7 files may be open"}};
+  } cases[] = {{"--nofile=20:64", ""}, {"--nofile=20", "CRDaemon: only 20 files may be open"}};
   for (const auto& [limits, told] : cases) {
     demo::Program daemon = sandbox.StartProgram({"/usr/bin/prlimit", limits, sandbox.Folder() / "bin/CRDaemon"}, "out");
     EXPECT_EQ(daemon.AwaitEnd(), 0);
