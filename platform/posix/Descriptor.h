@@ -54,8 +54,8 @@ struct Place {
   [[nodiscard]] int Start() const { return folder ? folder.Number() : AT_FDCWD; }
 };
 
-// Whether a link in the last place of a path is the thing meant, or what it leads to, where an ordinary user owns both. A
-// link of theirs that leads nowhere then counts as nothing. Root follows none.
+// Whether a link in the last place of a path is the thing meant, or what it leads to, where an ordinary user owns both.
+// A link of theirs that leads nowhere then counts as nothing. Root follows none.
 enum class LastLink { keep, followOwn };
 
 // Every path goes through here. Links on the way are followed, except by root below a folder that is not root's alone,
