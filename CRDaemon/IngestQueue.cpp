@@ -153,7 +153,9 @@ void Ingester::cleanupExpiredFiles(const UploadRun& run) {
 void Ingester::processReports(UploadRun& run) {
   auto paths = ListPaths(ProcessWide().REPORTS_DIR);
   std::erase_if(paths, [](const std::string& path) { return !shouldProcessReport(path); });
-  std::ranges::stable_partition(paths, [&run](const std::string& path) { return path == run.own; });
+  if (const auto own = std::find(paths.begin(), paths.end(), run.own); own != paths.end()) {
+    std::rotate(paths.begin(), own, own + 1);
+  }
   for (std::size_t i = 0; i < paths.size() && run.MayPost(); ++i) {
     run.next = i + 1 < paths.size() ? paths[i + 1] : std::string();
     const bool wasRead = run.ahead && run.ahead->path == paths[i];

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <exception>
 #include <map>
-#include <ranges>
 #include <utility>
 
 #include "CRDaemon/DiagnosticPaths.h"
@@ -44,7 +43,10 @@ void DeleteOldestEvents(const std::string& newest) {
     if (const auto created = platform::CreationDate(path)) byDate.emplace(*created, path);
   }
   LogError("the queue is full: its oldest events are deleted, " + std::to_string(surplus) + " in all");
-  for (const auto& [created, path] : byDate | std::views::take(surplus)) deleteFile(path);
+  std::size_t deleted = 0;
+  for (auto oldest = byDate.begin(); oldest != byDate.end() && deleted < surplus; ++oldest, ++deleted) {
+    deleteFile(oldest->second);
+  }
 }
 
 // The path of the event's file; none when it could not be written. A folder that could not be synced gives an error
