@@ -85,7 +85,8 @@ std::string FollowOwnLinks(const std::string& path) {
     const std::string text = LinkText(target);
     if (text.empty()) return path;
     const std::size_t folderEnd = IsAbsolute(text) ? 0 : target.find_last_of('/') + 1;
-    target = target.substr(0, folderEnd) + text;
+    target.resize(folderEnd);
+    target += text;
   }
   return path;
 }

@@ -210,6 +210,7 @@ TEST(Surroundings, WritersOfPreferencesLoseNothingOfEachOther) {
   constexpr int writers = 8;
   {
     std::vector<std::jthread> threads;
+    threads.reserve(writers);
     for (int i = 0; i < writers; ++i) {
       threads.emplace_back([i] {
         EXPECT_TRUE(platform::ChangePersistentDomain("com.example.app", [i](platform::Dictionary& values) {

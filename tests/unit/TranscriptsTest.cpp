@@ -21,7 +21,9 @@ std::string Difference(const std::string& known, const std::string& now) {
     std::getline(knownLines, knownLine);
     std::getline(nowLines, nowLine);
     if (knownLine != nowLine) {
-      return "line " + std::to_string(number) + "\nwas: " + knownLine + "\nnow: " + nowLine;
+      std::ostringstream difference;
+      difference << "line " << number << "\nwas: " << knownLine << "\nnow: " << nowLine;
+      return difference.str();
     }
   }
   return {};
