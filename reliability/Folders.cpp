@@ -110,9 +110,11 @@ void TryQueue(Figures& figures) {
   CountUntouched(figures, " for a lock", {lock});
   CountNamed(figures, " for a lock", run, "failed to create lock file: ", {lock});
   for (const HostileEntry& entry : entries) {
-    // A folder is none of the queue's; of the longest name there can be no lock.
+    // A folder is none of the queue's, the user's own link to nothing is as good as absent, and of the longest name
+    // there can be no lock.
     const std::string label = entry.kind == "255 bytes" ? "failed to create lock file: " : "failed to read event: ";
-    if (entry.kind != "folder") CountNamed(figures, " in the queue", run, label, {entry});
+    if (entry.kind != "folder" && entry.kind != "link to nothing")
+      CountNamed(figures, " in the queue", run, label, {entry});
   }
 }
 
@@ -179,6 +181,7 @@ void TryAll(Figures& figures, bool isShort) {
   for (const std::string& kind : kinds) {
     TryWithoutQueue(figures, kind);
     if (kind != "folder") TryFolderItself(figures, kind);
+    if (kind == "link to nothing") continue;  // of the user's own: as good as absent
     for (const char* file : {"Preferences/com.malvex.crashreporter.plist", "Preferences/Photo/4.2/CrashModule.txt",
                              "Logs/Malvex/CrDebugLogs/generatecrlogornot.txt"}) {
       TrySmallFile(figures, kind, file);

@@ -207,7 +207,7 @@ TEST(Surroundings, AUmaskTakesNoRightsFromTheDaemonItself) {
 TEST(Surroundings, WritersOfPreferencesLoseNothingOfEachOther) {
   Sandbox sandbox;
   setenv("HOME", (sandbox.Folder() / "home").c_str(), 1);
-  constexpr int writers = 8;
+  constexpr int writers = 3;
   {
     std::vector<std::jthread> threads;
     threads.reserve(writers);
@@ -215,7 +215,7 @@ TEST(Surroundings, WritersOfPreferencesLoseNothingOfEachOther) {
       threads.emplace_back([i] {
         EXPECT_TRUE(platform::ChangePersistentDomain("com.example.app", [i](platform::Dictionary& values) {
           values.Set(std::to_string(i), "set");
-          std::this_thread::sleep_for(std::chrono::milliseconds(20));
+          std::this_thread::sleep_for(std::chrono::milliseconds(10));
           return true;
         }));
       });
