@@ -81,7 +81,7 @@ std::optional<std::string> LibraryFolder() {
 
 std::string LocalHostName() { return Machine().hostName; }
 bool ReportsAreJson() { return Machine().reportsAreJson; }
-std::uint32_t SystemVersionBcd() { return 0x1402; }
+std::uint32_t SystemVersionBcd() { return 0x1462; }
 
 struct WorkerGroup::Body {
   std::size_t unfinished = 0;

@@ -113,6 +113,12 @@ TEST_F(Launch, TheReportersArgumentsEndAtTheFirstUnsetField) {
   EXPECT_TRUE(machine.started.back().arguments.empty());
 }
 
+TEST_F(Launch, SystemVersionIsBinaryCodedDecimal) {
+  EXPECT_EQ(daemon.GetOSVersionMajor(), 14);  // of 0x1462
+  EXPECT_EQ(daemon.GetOSVersionMinor(), 6);
+  EXPECT_EQ(MyDaemon::BCDToDecimal(0x99), 99);
+}
+
 TEST_F(Launch, TheBrowserVariantWantsThePlugInAmongTheBinaryImages) {
   const std::pair<const char*, bool> cases[] = {{"Binary Images:\nother\n0x1 PlugIn 7\n", true},
                                                 {"x Binary Images PlugIn", true},

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -52,6 +54,22 @@ TEST_F(LoggerTest, WithoutAMarkerStaysSilentForGood) {
   Mark("");
   EXPECT_EQ(Logger::GetLogger("CRDaemon"), logger);
   EXPECT_FALSE(fs::exists(file_));
+}
+
+TEST_F(LoggerTest, IsSilentForGoodAfterALineThatFailed) {
+  Mark("");
+  const auto log = [](const char* text) { Logger::GetLogger("CRDaemon")->LogError(text, "x"); };
+  log("first");
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &none);
+  log("fails");
+  setrlimit(RLIMIT_FSIZE, &before);
+  log("too late");
+  EXPECT_NE(Log().find("first"), std::string::npos);
+  EXPECT_EQ(Log().find("too late"), std::string::npos);
 }
 
 TEST_F(LoggerTest, WritesALineACallIntoThePrivateFileOfTheFirstComponent) {

@@ -33,6 +33,8 @@ TEST_F(Preferences, KeyOfTheStoredCrashFallsBackOnUnsetNotOnEmpty) {
   daemon_.malvexProductBuild = "77";
   daemon_.setStoredCrash("b.ips");
   EXPECT_EQ(File(), (Dictionary{{"lastCrash_Photo_1.2_unspecified", "a.ips"}, {"lastCrash_Photo__77", "b.ips"}}));
+  daemon_.setStoredCrash(std::nullopt);
+  EXPECT_EQ(File(), (Dictionary{{"lastCrash_Photo_1.2_unspecified", "a.ips"}}));
 }
 
 TEST_F(Preferences, RewriteKeepsForeignKeysNestedOnesAndTheirOrder) {

@@ -19,7 +19,7 @@ class Queue : public testing::Test {
  protected:
   // One daemon's life with the queue: a run at the start, and one for the report when there is one.
   void RunIngester(const std::string& report = "", const std::string& type = "0") {
-    ScopedIngester ingester(std::make_unique<Ingester>(" Photo ", "1.2", "9.0", "session", "user"));
+    ScopedIngester ingester(std::make_unique<Ingester>(" Photo ", " 1.2\t", "9.0 ", " session", "\tuser "));
     ingester->start();
     if (!report.empty()) ingester->submitReport(report, type);
   }
@@ -38,7 +38,7 @@ TEST_F(Queue, StatusBelow400DeliversAndOthersWaitForTheNextRun) {
     SimulatedMachine::Answer answer;
     bool stays;
   };
-  for (const Case& c : {Case{{200}, false}, Case{{399}, false}, Case{{101}, false}, Case{{400}, true},
+  for (const Case& c : {Case{{200}, false}, Case{{399}, false}, Case{{101}, false}, Case{{99}, true}, Case{{400}, true},
                         Case{{500}, true}, Case{{0, "connection refused"}, true}}) {
     machine_.disk.Put(eventFile, Event("Photo"));
     machine_.answers = {c.answer};
@@ -80,7 +80,12 @@ TEST_F(Queue, ReportBecomesAPrivateEventThatIsPosted) {
   RunIngester();
   ASSERT_EQ(machine_.posted.size(), 3U);
   EXPECT_EQ(machine_.posted[2].Event("event.guid"), machine_.posted[0].Event("event.guid"));
-  EXPECT_EQ(machine_.posted[2].Event("source.name"), "Photo");
+  const std::pair<const char*, const char*> sender[] = {{"source.name", "Photo"},
+                                                        {"source.version", "1.2"},
+                                                        {"env.fw.version", "9.0"},
+                                                        {"event.session_guid", "session"},
+                                                        {"event.user_guid", "user"}};
+  for (const auto& [key, value] : sender) EXPECT_EQ(machine_.posted[2].Event(key), value);
 }
 
 TEST_F(Queue, FullDiskLosesNoEventAndPostsNoneTwice) {
@@ -118,6 +123,12 @@ TEST_F(Queue, WhatCannotBeUnderstoodIsPostedAndWhatIsRefusedIsKept) {
   ASSERT_EQ(machine_.posted.size(), 1U);
   EXPECT_EQ(machine_.posted[0].Event("env.fw.name"), "Crash Reporter SDK");
   EXPECT_EQ(machine_.posted[0].Event("source.name"), "(absent)");
+  machine_.disk.Put(eventFile, Event("Photo"));
+  machine_.disk.Fail(eventFile, std::errc::permission_denied);
+  RunIngester();
+  ASSERT_EQ(machine_.posted.size(), 2U);
+  EXPECT_EQ(machine_.posted[1].Event("source.name"), "(absent)");
+  machine_.disk = Disk();
 
   for (const auto kind : {Disk::Kind::link, Disk::Kind::fifo}) {
     machine_.disk.Make(kind, eventFile);
@@ -129,7 +140,7 @@ TEST_F(Queue, WhatCannotBeUnderstoodIsPostedAndWhatIsRefusedIsKept) {
   machine_.disk.Fail(eventFile, std::errc::io_error);
   RunIngester();
   EXPECT_TRUE(machine_.disk.Has(eventFile));
-  EXPECT_EQ(machine_.posted.size(), 1U);
+  EXPECT_EQ(machine_.posted.size(), 2U);
 }
 
 TEST_F(Queue, LockOfSomebodyElseIsRespectedAndLeftInPlace) {
@@ -153,6 +164,7 @@ TEST_F(Queue, RunHoldsTheLockOfOneEventAndAHandfulOfRefusedOnes) {
   {
     UploadRun run{.http = upload::ServiceClient()};
     Ingester::processReports(run);
+    EXPECT_GT(run.refusedLocks.size(), 0U);
     EXPECT_LT(run.refusedLocks.size(), events / 4) << "a descriptor each";
   }
   EXPECT_EQ(machine_.posted.size(), events / 2);
@@ -272,6 +284,22 @@ TEST_F(Queue, MissingFolderIsAnErrorLineForBothPasses) {
   RunIngester();
   EXPECT_TRUE(LoggedStart("failed to get contents of directory: " + ProcessWide().REPORTS_DIR + " with error: "));
   EXPECT_TRUE(machine_.Logged("stopped"));
+}
+
+TEST_F(Queue, UrlOfTheEnvironmentCountsWhenItIsSetAndAllowed) {
+  const std::string builtIn = upload::ServiceUrl();
+  const std::pair<const char*, std::string> cases[] = {
+      {"", builtIn},
+      {"http://ingest.example/", builtIn},
+      {"https://other.example/ingest", "https://other.example/ingest"}};
+  for (const auto& [url, expected] : cases) {
+    machine_.environment["CRDAEMON_INGEST_URL"] = url;
+    EXPECT_EQ(upload::ServiceUrl(), expected) << url;
+  }
+  ASSERT_EQ(machine_.log.size(), 1U);
+  EXPECT_EQ(
+      machine_.log[0].level + machine_.log[0].text,
+      "ERRORCRDAEMON_INGEST_URL is ignored, neither https:// nor http:// to a loopback host: http://ingest.example/");
 }
 
 TEST(ServiceUrl, OnlySecureOrLoopback) {
