@@ -48,6 +48,9 @@ Step Appears(Moment at, const std::string& path) {
 Step Posts(Moment at, const std::string& name) {
   return [=](auto& machine) { machine.At(at).Notify(name, {{"pid", "4711"}}); };
 }
+Step AnnouncedAt(Moment at) {
+  return [=](auto& machine) { machine.At(at).EndIsAnnounced(SIGSEGV); };
+}
 void DiesSilently(SimulatedMachine& machine) { machine.At(3s).HostDiesSilently(); }
 void IsThere(SimulatedMachine& machine) { machine.disk.Put(systemReport, JsonReport()); }
 // The system still protects its report.
@@ -127,6 +130,14 @@ TEST(WaitLoop, EveryEnd) {
       {"module logged once", {{24, "9"}, {28, "Y"}}, {AppearsLocked, crash}, 42s, "crash, reporter", waitsForDialog},
       {"module of a handled report", {{24, "1"}, {28, "Y"}}, {IsThere, crash}, 3s, nothing, searching},
       {"module of a signal", {{28, "Y"}}, {terminated, ownReport}, 9s, "signal, reporter", available},
+      {"report of the system folder",
+       {},
+       {HasSession, crash, Appears(5s, "/Library/Logs/DiagnosticReports/Photo-1.ips")},
+       5s,
+       "crash, reporter",
+       available},
+      {"announced late", {{24, "1"}}, {DiesSilently, AnnouncedAt(5s)}, 5s, nothing, searching},
+      {"announced too late", {{24, "1"}}, {DiesSilently, AnnouncedAt(9s)}, 8s, nothing, "exitStatus -1"},
       {"session found late",
        {},
        {Appears(2s, "~/Library/Logs/Malvex/GlimmerXT/SessionInfo/a_Imaging_Photo_S1_4711_Photo"), crash, report},
@@ -203,24 +214,6 @@ TEST(WaitLoop, EveryEnd) {
   }
 }
 
-TEST(WaitLoop, WhatAReportedCrashLeaves) {
-  SimulatedMachine machine;
-  machine.At(3s).HostDies(SIGSEGV);
-  machine.At(5s).FileAppears("/Library/Logs/DiagnosticReports/Photo-1.ips", JsonReport());
-  machine.disk.Put("~/Library/Logs/Malvex/glimmerData_4711.sllog", "session");
-  MyDaemon daemon;
-  machine.Run(daemon, HostArguments());
-  EXPECT_EQ(machine.Elapsed(), 5s);
-  EXPECT_EQ(daemon.getStoredCrash(), "Photo-1.ips");
-  EXPECT_EQ(machine.posted.at(0).Event("event.error_type"), "EXC_BAD_ACCESS");
-  EXPECT_EQ(machine.started.at(0).arguments.size(), 24U);
-  EXPECT_EQ(machine.started[0].arguments.at(0), "/Users/anna/Library/Logs/DiagnosticReports/Photo-1.ips");
-  EXPECT_EQ(machine.started[0].arguments.at(15), "11");
-  EXPECT_EQ(machine.disk.Text(systemReport), JsonReport());
-  EXPECT_FALSE(machine.disk.Has("~/Library/Logs/Malvex/glimmerData_4711.sllog"));
-  EXPECT_TRUE(machine.disk.Names("~/Library/Logs/CrashReporter/Ingest").empty());
-}
-
 TEST(WaitLoop, TheStartClearsUpWhatEarlierRunsLeft) {
   SimulatedMachine machine;
   const auto old = machine.Now() - 13min;
@@ -282,26 +275,6 @@ TEST(WaitLoop, ABadArgumentListEndsWithTheHost) {
     auto arguments = HostArguments();
     arguments.resize(size);
     EXPECT_THROW(machine.Run(daemon, arguments), std::out_of_range) << size;
-  }
-}
-
-TEST(WaitLoop, LogGates) {
-  const struct {
-    const char* name;
-    std::chrono::seconds at;
-    std::size_t notified, unknown;
-  } cases[] = {{"at once: every pass", 3s, 3, 0}, {"two seconds later: never", 5s, 0, 0}, {"too late", 9s, 0, 1}};
-  for (const auto& [name, at, notified, unknown] : cases) {
-    SCOPED_TRACE(name);
-    SimulatedMachine machine;
-    machine.At(3s).HostDiesSilently();
-    machine.At(at).EndIsAnnounced(SIGSEGV);
-    MyDaemon daemon;
-    machine.Run(daemon, HostArguments({{24, "3"}}));
-    EXPECT_EQ(machine.CountLogged("Terminate Notified"), notified);
-    EXPECT_EQ(machine.CountLogged("Number of current processes: 0"), notified);
-    EXPECT_EQ(machine.CountLogged("exitStatus -1"), unknown);
-    EXPECT_EQ(machine.CountLogged("Crash log not found"), 2U);
   }
 }
 
