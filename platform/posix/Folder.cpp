@@ -61,9 +61,13 @@ struct Folder::Body {
 };
 
 Result<Folder> Folder::Open(const std::string& path) {
-  const auto place = Resolve(path, LastLink::followOwn);
-  if (!place) return place.Error();
-  auto folder = OpenAt(place->Start(), place->name.c_str(), O_RDONLY | O_DIRECTORY);
+  const auto open = [&path](LastLink last) -> Result<Descriptor> {
+    const auto place = Resolve(path, last);
+    return place ? OpenAt(place->Start(), place->name.c_str(), O_RDONLY | O_DIRECTORY) : place.Error();
+  };
+  auto folder = open(LastLink::keep);
+  // Links are rare, and to look for one costs a call.
+  if (folder.Error() == std::errc::too_many_symbolic_link_levels) folder = open(LastLink::followOwn);
   if (!folder) return folder.Error();
   Listing listing(std::move(*folder));
   if (listing.Error()) return listing.Error();
