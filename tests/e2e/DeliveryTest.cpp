@@ -3,8 +3,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <set>
+#include <thread>
 
 #include "tests/e2e/Steps.h"
 
@@ -122,6 +124,13 @@ TEST_P(BadBus, CrashIsReportedAllTheSame) {
   const std::string address = GetParam().address;
   sandbox.environment["DBUS_SESSION_BUS_ADDRESS"] = address == "silent" ? "unix:path=" + silentPath.string() : address;
   HostRun run = sandbox.StartWatchedHost();
+  const auto busy = [&run] {
+    return std::stoll(demo::ContentOf("/proc/" + std::to_string(run.daemon.Id()) + "/schedstat"));
+  };
+  const auto before = busy();
+  constexpr std::chrono::milliseconds look(500);
+  std::this_thread::sleep_for(look);
+  EXPECT_LT(std::chrono::nanoseconds(busy() - before), look / 2) << "it asks for the bus all the time";
   CrashWithSystemReport(sandbox, run);
   EXPECT_EQ(sandbox.Received().size(), 1U);
 }

@@ -170,6 +170,15 @@ TEST(Surroundings, OwnLinksAreFollowed) {
   EXPECT_TRUE(fs::is_symlink(sandbox.Preferences()));
   EXPECT_NE(demo::ContentOf(preferences).find(reportName), std::string::npos);
   sandbox.TellService("status 200");
+  if (geteuid() == 0) {
+    EXPECT_EQ(lchown(sandbox.Queue().c_str(), 0, 0), 0);
+    HostRun misled = sandbox.StartWatchedHost();
+    misled.host.Say("exit 0");
+    ASSERT_TRUE(misled.host.AwaitEnd());
+    ExpectQuietEnd(misled);
+    EXPECT_EQ(sandbox.QueuedEvents().size(), 1U) << "a link of somebody else's was followed";
+    link("../../../../queue", sandbox.Queue());
+  }
   HostRun second = sandbox.StartWatchedHost();
   EXPECT_TRUE(demo::Eventually([&] { return sandbox.QueuedEvents().empty(); })) << "a queue that cannot be listed";
   second.host.Say("exit 0");
@@ -201,6 +210,7 @@ TEST(Surroundings, AUmaskTakesNoRightsFromTheDaemonItself) {
   CrashWithSystemReport(sandbox, run);
   EXPECT_EQ(sandbox.Received().size(), 1U);
   EXPECT_NE(demo::ContentOf(sandbox.Preferences()).find(reportName), std::string::npos);
+  EXPECT_EQ(fs::status(run.logFile).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
 // As a daemon's, whose GUID must be the one that all others find.

@@ -173,10 +173,12 @@ TEST(HostKit, MistakesAreToldAtTheStart) {
       {CRHOST_APP_NAME, "Ph\xC3", CRHOST_INVALID_OPTION, "CRHOST_APP_NAME must be UTF-8"},
       {CRHOST_APP_VERSION, "4\nSignal Number: 9", CRHOST_INVALID_OPTION, "without control characters"},
       {CRHOST_WAIT_SECONDS, "20s", CRHOST_INVALID_OPTION, "CRHOST_WAIT_SECONDS must be a whole number"},
+      {CRHOST_WAIT_SECONDS, "1234567", CRHOST_INVALID_OPTION, "CRHOST_WAIT_SECONDS must be a whole number"},
       {CRHOST_SIGNAL_HANDLING, "yes", CRHOST_INVALID_OPTION, "CRHOST_SIGNAL_HANDLING must be \"0\" or \"1\""}};
   for (const Mistake& mistake : mistakes) {
     crhost::Options options;
     options.Set(CRHOST_DAEMON_PATH, "/bin/true").Set(CRHOST_REPORTER_PATH, "/bin/true").Set(CRHOST_APP_NAME, "Photo");
+    options.Set(CRHOST_WAIT_SECONDS, "123456");
     const crhost::Result result = crhost::Start(options.Set(mistake.option, mistake.value));
     EXPECT_EQ(result.Status(), mistake.status) << mistake.text;
     EXPECT_NE(result.Text().find(mistake.text), std::string::npos) << result.Text();

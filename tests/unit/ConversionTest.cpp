@@ -48,6 +48,7 @@ TEST_F(Conversion, TextReportLines) {
            Case{"Publisher Process Name: kill", "event.error_desc", "Received signal from kill"},
            Case{"Publisher Process Name: kill", "event.value", "abnormal:signal"},
            Case{"User GUID: other", "event.user_guid", "other"},
+           Case{"Crash GUID: other", "event.guid", "other"},
            Case{"SkylanceSessionId: a:b", "event.session_guid", "a:b"},
            Case{"Malvex Crash Reporter Version:", "env.fw.version", ""},
            Case{"OS Version:   Mac OS X 10.14.6 (18G103)", "source.os_version", "10.14.6"},

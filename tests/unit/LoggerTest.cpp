@@ -78,13 +78,15 @@ TEST_F(LoggerTest, WritesALineACallIntoThePrivateFileOfTheFirstComponent) {
   Logger::GetLogger("Other")->LogError("b", "f", -1);
   Logger::GetLogger("Other")->LogWarning("c", "f", (std::int64_t{1} << 32U) + 12);
   Logger::GetLogger("Other")->LogDebug("", "");
+  Logger::GetLogger("Other")->LogWarning("e", "E");
   LogInfo("d\xFF", CodePlace{"some/where/Place.cpp", 7});
   const std::regex head("PID:" + Logger::GetString(platform::CurrentProcessId()) +
                         R"( \| TIME:\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)");
   EXPECT_EQ(std::regex_replace(Log(), head, "#"),
             "[FATAL] | # | VALUE:a | DETAIL:A\n"
             "[ERROR] | # | VALUE:b | DETAIL:File:f LINE:-1\n[WARNING] | # | VALUE:c | DETAIL:File:f LINE:12\n"
-            "[DEBUG] | # | VALUE: | DETAIL:\n[INFO] | # | VALUE:d\xFF | DETAIL:File:Place.cpp LINE:7\n");
+            "[DEBUG] | # | VALUE: | DETAIL:\n[WARNING] | # | VALUE:e | DETAIL:E\n[INFO] | # | VALUE:d\xFF | "
+            "DETAIL:File:Place.cpp LINE:7\n");
   EXPECT_EQ(fs::status(file_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 

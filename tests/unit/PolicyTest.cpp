@@ -12,7 +12,7 @@
 using platform::Value;
 
 TEST(Policy, WhetherTheReporterIsLaunched) {
-  const std::optional<Value> never = "2", neverAsNumber = Value(std::int64_t{2}), always = "1", other = "0", none;
+  const std::optional<Value> never = "2", neverAsNumber = Value(std::int64_t{2}), always = "1", other = "3", none;
   const struct {
     const char* what;
     std::optional<Value> preference;

@@ -209,6 +209,14 @@ TEST_F(Scan, WhenAReportCanBeProcessed) {
   }
 }
 
+TEST_F(Scan, ASignalReportIsWaitedForOnePass) {
+  ProcessWide().isSignal = true;
+  for (const auto& [passes, goesOn] : {std::pair(1, 0), {2, 1}}) {
+    daemon.crashLogCreateWaitTime = passes;
+    EXPECT_EQ(daemon.SearchCrashLog(), goesOn) << passes;
+  }
+}
+
 TEST_F(Scan, WhatIsRefusedIsNamedOncePassedOverAndKept) {
   const std::string folder = systemReports;
   for (const char* name : {"Photo-1.ips", "Photo\n2.ips"})

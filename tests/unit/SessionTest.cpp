@@ -171,9 +171,12 @@ TEST_F(Session, WhenTheCrashProcessorIsStarted) {
     EXPECT_EQ(machine.started[0].executable, row.started + program);
     EXPECT_EQ(machine.started[0].arguments, (std::vector<std::string>{"Photo", "4711", "", "", "", "", ""}));
   }
-  Register(path("/opt/glimmer/Registered.app"));
+  Register(Value(Dictionary{{"Photo", "/opt/glimmer/x"}, {"", "/opt/glimmer/x"}}));
   machine.started.clear();
-  daemon.processId = "";
-  daemon.MarkSessionAsCrash();
-  EXPECT_TRUE(machine.started.empty());
+  for (const auto& [application, process] : {std::pair("Photo", ""), {"", "4711"}}) {
+    daemon.appName = application;
+    daemon.processId = process;
+    daemon.MarkSessionAsCrash();
+    EXPECT_TRUE(machine.started.empty());
+  }
 }

@@ -53,6 +53,7 @@ Step AnnouncedAt(Moment at) {
 }
 void DiesSilently(SimulatedMachine& machine) { machine.At(3s).HostDiesSilently(); }
 void IsThere(SimulatedMachine& machine) { machine.disk.Put(systemReport, JsonReport()); }
+void RemembersAnother(SimulatedMachine& machine) { machine.SetPreference("lastCrash_Photo_7.1.0_1042", "Photo-0.ips"); }
 // The system still protects its report.
 void AppearsLocked(SimulatedMachine& machine) {
   machine.At(3s).FileAppears(systemReport, JsonReport()).Do([&machine] {
@@ -110,6 +111,12 @@ TEST(WaitLoop, EveryEnd) {
       {"log-out, host alive", {}, {Posts(2500ms, names::logoutContinued)}, 3s, nothing, "stopped"},
       {"log-out, deciding", {}, {crash, Posts(4500ms, names::logoutContinued)}, 5s, nothing, notFound},
       {"log-out, host dies at once", {}, {Posts(2500ms, names::logoutContinued), crash}, 3s, nothing, "stopped"},
+      {"announced, deciding",
+       {},
+       {terminated, ownReport, Posts(4500ms, names::terminatedNormally)},
+       5s,
+       nothing,
+       announced},
       {"announced", {}, {Posts(2500ms, names::terminatedNormally), HasSession}, 3s, nothing, announced},
       {"no report in time", {{24, "3"}}, {crash}, 5s, nothing, searching},
       {"no time", {{24, "none"}}, {crash}, 3s, nothing, searching},
@@ -123,6 +130,7 @@ TEST(WaitLoop, EveryEnd) {
       {"old report", {{24, "2"}}, {IsThere, crash}, 4s, nothing, searching},
       // Reported.
       {"system report", {}, {crash, report}, 4s, "crash, reporter", "Parent app exit code:11"},
+      {"report since the last run", {}, {RemembersAnother, IsThere, crash}, 3s, "crash, reporter", available},
       {"status 0, not of launchd", {{23, "0"}}, {Dies(3s, 0), report}, 4s, "crash, reporter", notFound},
       {"signal, waits for hang", {}, {terminated, ownReport}, 9s, "signal, reporter", "CR handled signal received"},
       {"hang", {{23, "0"}}, {killed, hang}, 9s, "hang, reporter", available},
