@@ -105,7 +105,9 @@ Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) 
   return ReadAt(place->Start(), place->name.c_str(), limitBytes);
 }
 
-std::error_code MakeFolders(const std::string& path) { return ResolveFolder(path, MissingFolders::make).Error(); }
+std::error_code MakeFolders(const std::string& path) {
+  return ResolveFolder(TargetOf(path), MissingFolders::make).Error();
+}
 
 std::error_code RemoveFile(const std::string& path) {
   const auto place = Resolve(path);

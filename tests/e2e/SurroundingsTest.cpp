@@ -141,7 +141,6 @@ TEST(Surroundings, OwnLinksAreFollowed) {
   const fs::path preferences = moved / "settings.plist";
   sandbox.Put(preferences,
               "<plist version=\"1.0\"><dict><key>always_never_send</key><integer>2</integer></dict></plist>");
-  sandbox.Put(moved / "queue/other", "");
   sandbox.Put(moved / "marker", "append=1");
   sandbox.Put(moved / "record", "SkylanceSessionId:  5A1B");
   fs::rename(sandbox.Library(), real);
@@ -154,7 +153,7 @@ TEST(Surroundings, OwnLinksAreFollowed) {
   };
   link(real, sandbox.Library());
   link(preferences, sandbox.Preferences());
-  link("../../../../queue", sandbox.Queue());
+  link("../../../queue", sandbox.Queue());
   link(moved / "marker", sandbox.Library() / "Logs/Malvex/CrDebugLogs/generatecrlogornot.txt");
   sandbox.TellService("status 500");
   HostRun run = sandbox.StartWatchedHost();
@@ -169,6 +168,7 @@ TEST(Surroundings, OwnLinksAreFollowed) {
   EXPECT_FALSE(fs::exists(sandbox.PendingDumps(run).parent_path()));
   EXPECT_TRUE(fs::is_symlink(sandbox.Preferences()));
   EXPECT_NE(demo::ContentOf(preferences).find(reportName), std::string::npos);
+  EXPECT_EQ(sandbox.QueuedEvents().size(), 1U);
   sandbox.TellService("status 200");
   if (geteuid() == 0) {
     EXPECT_EQ(lchown(sandbox.Queue().c_str(), 0, 0), 0);
@@ -177,7 +177,7 @@ TEST(Surroundings, OwnLinksAreFollowed) {
     ASSERT_TRUE(misled.host.AwaitEnd());
     ExpectQuietEnd(misled);
     EXPECT_EQ(sandbox.QueuedEvents().size(), 1U) << "a link of somebody else's was followed";
-    link("../../../../queue", sandbox.Queue());
+    link("../../../queue", sandbox.Queue());
   }
   HostRun second = sandbox.StartWatchedHost();
   EXPECT_TRUE(demo::Eventually([&] { return sandbox.QueuedEvents().empty(); })) << "a queue that cannot be listed";
