@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <boost/asio.hpp>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -37,11 +38,12 @@ const std::string whole =
     R"("event.error_desc":"D","source.device":"M","source.os_version":"10.15.7","event.dts_start":"2026-03-04T05:06:07Z",)"
     R"("event.dts_end":"2026-03-04T05:06:17Z","event.count":"10.000000"}}]})";
 
-std::string With(const std::string& from, const std::string& to) {
-  const std::size_t at = whole.find(from);
+std::string With(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
   if (at == std::string::npos) throw std::invalid_argument(from);
-  return std::string(whole).replace(at, from.size(), to);
+  return text.replace(at, from.size(), to);
 }
+std::string With(const std::string& from, const std::string& to) { return With(whole, from, to); }
 
 ingest::Post PostOf(std::string body) {
   return {.method = "POST",
@@ -126,8 +128,8 @@ class IngestFiles : public testing::Test {
   ~IngestFiles() override { fs::remove_all(folder_); }
 
   [[nodiscard]] std::string File() const { return folder_ / "events.jsonl"; }
-  [[nodiscard]] std::unique_ptr<EventStore> Open() const {
-    auto store = EventStore::Open(File());
+  [[nodiscard]] std::unique_ptr<EventStore> Open(std::size_t limitBytes = EventStore::storeLimitBytes) const {
+    auto store = EventStore::Open(File(), limitBytes);
     if (!store) throw std::system_error(store.Error());
     return std::move(*store);
   }
@@ -181,9 +183,45 @@ TEST_F(IngestFiles, FullDiskKeepsNothingOfAnEvent) {
   EXPECT_TRUE(store->Read(2));
 }
 
+TEST_F(IngestFiles, FullStoreDropsItsOldest) {
+  constexpr std::size_t limit = 1000;
+  const auto numbered = [](std::size_t number) { return With(record, "\"\"", std::to_string(number)); };
+  {
+    const auto store = Open(limit);
+    std::size_t number = 0;
+    for (; !store->HasDropped(); ++number) ASSERT_FALSE(store->Append(numbered(number)));
+    EXPECT_GT(number * sizeof record, limit - 2 * sizeof record);
+    for (; number < 50; ++number) ASSERT_FALSE(store->Append(numbered(number)));
+    EXPECT_LE(fs::file_size(File()), limit);
+    EXPECT_EQ(store->Last(), 50U);
+    EXPECT_FALSE(store->Read(store->First() - 1));
+    for (std::uint64_t id = store->First(); id <= store->Last(); ++id)
+      EXPECT_EQ(store->Read(id), "{\"id\":" + std::to_string(id) + "," + numbered(id - 1).substr(1));
+  }
+  const auto store = Open(limit / 2);
+  EXPECT_TRUE(store->HasDropped());
+  EXPECT_NE(store->Read(store->Last())->find("49"), std::string::npos);
+  EXPECT_LE(fs::file_size(File()), limit / 2);
+}
+
+// All that the service says to these bytes until it closes the connection.
+std::string Said(const std::string& origin, const std::string& bytes) {
+  boost::asio::io_context context;
+  boost::asio::ip::tcp::socket socket(context);
+  const auto port = static_cast<std::uint16_t>(std::stoi(origin.substr(origin.rfind(':') + 1)));
+  socket.connect({boost::asio::ip::address_v4::loopback(), port});
+  boost::system::error_code ends;
+  boost::asio::write(socket, boost::asio::buffer(bytes), ends);
+  std::string answer;
+  boost::asio::read(socket, boost::asio::dynamic_buffer(answer), ends);
+  return answer;
+}
+
 class IngestApi : public IngestFiles {
  protected:
-  IngestApi() : service_(std::make_unique<IngestService>(*store_, std::nullopt, nullptr)) {
+  IngestApi() { Serve({}); }
+  void Serve(const ingest::Limits& limits) {
+    service_ = std::make_unique<IngestService>(*store_, std::nullopt, nullptr, limits);
     if (const auto why = service_->Start(0)) throw std::runtime_error(*why);
   }
 
@@ -242,6 +280,49 @@ TEST_F(IngestApi, AnswersToLoopbackNamesOnly) {
   EXPECT_TRUE(Client().Get("/")->get_header_value("Content-Security-Policy").starts_with("default-src 'none'; "));
 }
 
+TEST_F(IngestApi, PagesOfOthersPostNothing) {
+  const auto post = [this](const httplib::Headers& headers) {
+    return Client().Post("/ingest", headers, whole, "application/json")->status;
+  };
+  for (const auto& header : {std::pair("Origin", "http://evil.example"),
+                             {"Origin", "null"},
+                             {"Origin", "http://127.0.0.1:1"},
+                             {"Sec-Fetch-Site", "cross-site"}}) {
+    EXPECT_EQ(post({header, {"x-api-key", "evtsk-dsk-channel"}}), 403) << header.second;
+    EXPECT_EQ(Client().Get("/api/events", {header})->status, 403) << header.second;
+  }
+  EXPECT_EQ(store_->Last(), 0U);
+  EXPECT_EQ(post({{"Origin", service_->Origin()}, {"x-api-key", "evtsk-dsk-channel"}}), 200);
+}
+
+TEST_F(IngestApi, HeaderLinesAreBoundedAndRangesNotServed) {
+  const auto said = [this](const std::string& lines) {
+    return Said(service_->Origin(), "GET /page.js HTTP/1.1\r\nHost: localhost\r\n" + lines + "\r\n");
+  };
+  std::string many;
+  for (int line = 0; line < 101; ++line) many += "a:\r\n";
+  for (const std::string& lines : {many, "a: " + std::string(20'000, 'a') + "\r\n"})
+    EXPECT_TRUE(said(lines).starts_with("HTTP/1.1 431 ")) << lines.size();
+  const std::string ranges = said("Range: bytes=0-,0-,0-\r\n");
+  EXPECT_TRUE(ranges.starts_with("HTTP/1.1 200 ")) << ranges;
+  EXPECT_EQ(ranges.size(), said("").size());
+}
+
+TEST_F(IngestApi, SlowClientsHoldUpNobody) {
+  service_.reset();
+  Serve({.requestTime = std::chrono::milliseconds(500), .connections = 8});
+  std::array<std::thread, 60> clients;
+  std::atomic<int> cut = 0;
+  const auto begin = std::chrono::steady_clock::now();
+  for (std::thread& client : clients) {
+    client = std::thread([&] { cut += Said(service_->Origin(), "POST /ingest HTTP/1.1\r\nHost: a").empty() ? 1 : 0; });
+  }
+  for (int look = 0; look < 10; ++look) EXPECT_EQ(Client().Get("/")->status, 200);
+  for (std::thread& client : clients) client.join();
+  EXPECT_EQ(cut, 60);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, demo::patience);
+}
+
 // Streams what arrives until `count` events are there, or the service ends.
 std::string Live(httplib::Client client, const httplib::Headers& headers, std::size_t count) {
   std::string received;
@@ -287,13 +368,13 @@ TEST(Ingest, ServesPeopleUntilItIsTold) {
   sandbox.Put(sandbox.Queue() / "crMacLog_A.log",
               "<plist version=\"1.0\"><dict><key>source.name</key><string>Ph\xC2\x9Boto</string></dict></plist>");
   EXPECT_NE(sandbox.Crctl({"queue", "post"}).output.find("status 503"), std::string::npos);
-  EXPECT_TRUE(demo::Eventually([&] { return printed().find("503  -  Ph?oto\n") != std::string::npos; }));
+  EXPECT_TRUE(demo::Eventually([&] { return printed().find("503  -  Ph\\u009boto\n") != std::string::npos; }));
 
   const std::string& url = sandbox.environment["CRDAEMON_INGEST_URL"];
   const std::string port = url.substr(17, url.rfind('/') - 17);
   const std::string other = sandbox.Folder() / "other.jsonl";
   const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
-      {{"--port", port, "--events", other}, "port " + port + ": Address already in use"},
+      {{"--port", port, "--events", other}, "port " + port + " is taken: choose another with --port"},
       {{"--port", "0", "--events", events}, "another ingest service"},
       {{"--port", "0", "--events", "/proc/none"}, "/proc/none: No such file"},
       {{"--port", "0", "--events", other, "--tls", "/none", "/none"}, "/none: No such file"},
@@ -305,6 +386,24 @@ TEST(Ingest, ServesPeopleUntilItIsTold) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.output.find(why), std::string::npos) << outcome.output;
   }
+
+  // Each of many connections asks for as much as it can.
+  std::array<std::thread, 100> clients;
+  std::string numbers = "{\"events\":[0";
+  while (numbers.size() < 4'000'000) numbers += ",{}";
+  for (std::size_t number = 0; number < clients.size(); ++number) {
+    clients.at(number) = std::thread([&, number] {
+      const std::string request = number % 2 == 0 ? "GET /api/events HTTP/1.1\r\n" : "POST /ingest HTTP/1.1\r\n";
+      static_cast<void>(Said(url.substr(0, url.rfind('/')), request + "Host: 127.0.0.1\r\nContent-Length: " +
+                                                                std::to_string(numbers.size()) + "\r\n\r\n" + numbers));
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  const std::string status = demo::ContentOf("/proc/" + std::to_string(service.Id()) + "/status");
+  const std::size_t peak = std::stoul(status.substr(status.find("VmHWM:") + 6));
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  EXPECT_LT(peak, 64'000U) << "kB";
+#endif
   kill(service.Id(), SIGTERM);
   EXPECT_EQ(service.AwaitEnd(), 0);
 }

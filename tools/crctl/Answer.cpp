@@ -1,6 +1,10 @@
 #include "tools/crctl/Answer.h"
 
+#include "tools/crctl/Printable.h"
+
 namespace crctl {
+
+std::string Line(const std::string& text) { return Printable(text) + "\n"; }
 
 Answer Failed(const std::string& why) { return {.text = {}, .json = {{"error", why}}, .error = why, .isWell = false}; }
 

@@ -14,6 +14,9 @@ struct Answer {
   bool isWell = true;         // of an error: false
 };
 
+// A line of an answer's text, harmless and ended.
+[[nodiscard]] std::string Line(const std::string& text);
+
 [[nodiscard]] Answer Failed(const std::string& why);
 
 // With a plural "s" unless it is one: "3 events".

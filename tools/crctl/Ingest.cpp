@@ -3,7 +3,6 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -22,6 +21,7 @@
 #include "support/Text.h"
 #include "tools/crctl/EventStore.h"
 #include "tools/crctl/IngestService.h"
+#include "tools/crctl/Printable.h"
 #include "tools/crctl/Verbs.h"
 
 namespace crctl {
@@ -69,11 +69,12 @@ class Printer {
 
   void Print(const std::string& text, const Dictionary& object) {
     const std::lock_guard lock(mutex_);
-    std::cout << (asJson_ ? std::get<std::string>(json::Write(Value(object))) : text) << std::endl;
+    const std::string printed = asJson_ ? std::get<std::string>(json::Write(Value(object))) : text;
+    std::cout << Printable(printed, LineBreaks::kept) << std::endl;
   }
   void PrintLine(const std::string& text) {
     const std::lock_guard lock(mutex_);
-    std::cout << text << std::endl;
+    std::cout << Printable(text) << std::endl;
   }
 
  private:
@@ -81,20 +82,9 @@ class Printer {
   std::mutex mutex_;
 };
 
-// For a terminal, which must not take a piece of an event for a command.
-std::string Harmless(std::string text) {
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const bool isHighControl = byte == 0xC2 && at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) < 0xA0;
-    if (isHighControl) text.replace(at, 2, "?");
-    if (byte < 0x20 || byte == 0x7F) text[at] = '?';
-  }
-  return text;
-}
-
 std::string TextMember(const Dictionary& record, const char* key) {
   const auto* text = record.Find(key)->As<std::string>();
-  return text == nullptr || text->empty() ? "-" : Harmless(*text);
+  return text == nullptr || text->empty() ? "-" : Printable(*text);
 }
 
 std::string Summary(const Dictionary& record) {
@@ -102,7 +92,7 @@ std::string Summary(const Dictionary& record) {
   std::string summary = TextMember(record, "received") + "  " +
                         std::to_string(*record.Find("status")->As<std::int64_t>()) + "  " + TextMember(record, "kind") +
                         "  " + TextMember(record, "app");
-  for (const Value& problem : problems) summary += "\n    " + Harmless(*problem.As<std::string>());
+  for (const Value& problem : problems) summary += "\n    " + Printable(*problem.As<std::string>());
   return summary;
 }
 
@@ -148,7 +138,7 @@ class Commands {
       if (crctl::Obey(line, service)) {
         printer.PrintLine(line);
       } else {
-        std::cerr << "crctl: not understood: " << Harmless(line) << std::endl;
+        std::cerr << "crctl: not understood: " << Printable(line) << std::endl;
       }
     }
     return true;
@@ -185,14 +175,20 @@ Answer ServeIngest(const IngestChoice& choice, bool asJson) {
   auto store = ingest::EventStore::Open(path);
   if (!store) return CannotOpen(path, store.Error());
   for (const std::size_t line : (*store)->SkippedLines()) {
-    std::cerr << "crctl: " << path << ": line " << line << " is no whole event and is left out\n";
+    std::cerr << Line("crctl: " + path + ": line " + std::to_string(line) + " is no whole event and is left out");
   }
 
   std::optional<ingest::Certificate> certificate;
   if (!choice.tls.empty()) certificate = {.path = choice.tls.at(0), .keyPath = choice.tls.at(1)};
   Printer printer(asJson);
-  ingest::IngestService service(**store, certificate,
-                                [&printer](const Dictionary& record) { printer.Print(Summary(record), record); });
+  bool isFullTold = false;
+  const auto take = [&](const Dictionary& record) {
+    printer.Print(Summary(record), record);
+    if (isFullTold || !(*store)->HasDropped()) return;
+    isFullTold = true;
+    std::cerr << Line("crctl: " + path + " has grown to its limit: its oldest events make room for new ones");
+  };
+  ingest::IngestService service(**store, certificate, take);
   if (choice.status) service.AnswerWith({*choice.status});
   if (const auto why = service.Start(choice.port)) return Failed(*why);
   const std::string origin = service.Origin();

@@ -9,27 +9,24 @@
 
 #include "platform/PropertyList.h"
 #include "tools/crctl/EventStore.h"
+#include "tools/crctl/HttpServer.h"
 
 namespace ingest {
 
-struct Certificate {
-  std::string path;
-  std::string keyPath;  // both PEM
-};
-
 // The ingest service on the loopback interface: takes posts, keeps them with their answers, and shows them. Requests
 // that name a host other than a loopback one are refused: a page of another site must not read through a name of its
-// own. Operations may be called on any thread.
+// own. So are requests of foreign pages, which nothing is kept of. Operations may be called on any thread.
 class IngestService {
  public:
   // Told of each record once it is in the store, by one thread at a time.
   using Listener = std::function<void(const platform::Dictionary& record)>;
 
   // Over TLS when there is a certificate. The store must outlive the service.
-  IngestService(EventStore& store, const std::optional<Certificate>& certificate, Listener listener);
+  IngestService(EventStore& store, const std::optional<Certificate>& certificate, Listener listener,
+                const Limits& limits = {});
   IngestService(const IngestService&) = delete;
   IngestService& operator=(const IngestService&) = delete;
-  // Lets requests in progress finish, live streams aside.
+  // Lets requests finish that have wholly arrived, live streams aside.
   ~IngestService();
 
   // Once; port 0 is any. Why it cannot serve, or none: then it does, on threads of its own.

@@ -30,12 +30,14 @@ using valijson::adapters::BoostJsonAdapter;
 // More than a queued event can nest.
 constexpr std::size_t levels = 160;
 constexpr std::size_t mostProblems = 50;
+// The values and keys of one body. In memory each takes many times its bytes; the daemon sends a few thousand at most.
+constexpr std::size_t mostValues = 20'000;
 constexpr std::size_t quotedBytes = 80;
 // The library matches patterns with a recursion as deep as a text is long. All that a pattern describes is shorter.
 constexpr std::size_t comparedBytes = 4096;
 
-// Lets everything pass, and notes the keys that stand twice in one object. What the parser expects of it is in snake
-// case.
+// Lets everything pass up to that number of values, and notes the keys that stand twice in one object. What the parser
+// expects of it is in snake case.
 class RepeatedKeys {
  public:
   static constexpr std::size_t max_array_size = SIZE_MAX;
@@ -47,11 +49,11 @@ class RepeatedKeys {
 
   bool on_document_begin(js::error_code&) { return true; }
   bool on_document_end(js::error_code&) { return true; }
-  bool on_array_begin(js::error_code&) { return true; }
+  bool on_array_begin(js::error_code& error) { return Count(error); }
   bool on_array_end(std::size_t, js::error_code&) { return true; }
-  bool on_object_begin(js::error_code&) {
+  bool on_object_begin(js::error_code& error) {
     open_.emplace_back();
-    return true;
+    return Count(error);
   }
   bool on_object_end(std::size_t, js::error_code&) {
     open_.pop_back();
@@ -61,24 +63,30 @@ class RepeatedKeys {
     key_ += part;
     return true;
   }
-  bool on_key(std::string_view part, std::size_t, js::error_code&) {
+  bool on_key(std::string_view part, std::size_t, js::error_code& error) {
     key_ += part;
     if (!open_.back().insert(key_).second) found_.insert(key_);
     key_.clear();
-    return true;
+    return Count(error);
   }
   bool on_string_part(std::string_view, std::size_t, js::error_code&) { return true; }
-  bool on_string(std::string_view, std::size_t, js::error_code&) { return true; }
+  bool on_string(std::string_view, std::size_t, js::error_code& error) { return Count(error); }
   bool on_number_part(std::string_view, js::error_code&) { return true; }
-  bool on_int64(std::int64_t, std::string_view, js::error_code&) { return true; }
-  bool on_uint64(std::uint64_t, std::string_view, js::error_code&) { return true; }
-  bool on_double(double, std::string_view, js::error_code&) { return true; }
-  bool on_bool(bool, js::error_code&) { return true; }
-  bool on_null(js::error_code&) { return true; }
+  bool on_int64(std::int64_t, std::string_view, js::error_code& error) { return Count(error); }
+  bool on_uint64(std::uint64_t, std::string_view, js::error_code& error) { return Count(error); }
+  bool on_double(double, std::string_view, js::error_code& error) { return Count(error); }
+  bool on_bool(bool, js::error_code& error) { return Count(error); }
+  bool on_null(js::error_code& error) { return Count(error); }
   bool on_comment_part(std::string_view, js::error_code&) { return true; }
   bool on_comment(std::string_view, js::error_code&) { return true; }
 
  private:
+  bool Count(js::error_code& error) {
+    if (++count_ > mostValues) error = js::error::array_too_large;
+    return !error;
+  }
+
+  std::size_t count_ = 0;
   std::vector<std::set<std::string>> open_;
   std::string key_;
   std::set<std::string> found_;
@@ -229,12 +237,20 @@ class Problems {
 }  // namespace
 
 struct PostCheck::Body {
-  void CheckEnvelope(const std::string& text, Problems& problems) const {
+  // False when nothing can be made of the text.
+  bool CheckEnvelope(const std::string& text, Problems& problems) const {
     js::basic_parser<RepeatedKeys> parser(Options());
     js::error_code error;
     const std::size_t parsed = parser.write_some(false, text.data(), text.size(), error);
     if (!error && parsed < text.size()) error = js::error::extra_data;
-    if (error) return problems.Add("", "is not JSON: " + error.message() + " at byte " + std::to_string(parsed));
+    if (error == js::error::array_too_large) {
+      problems.Add("", "has more than " + std::to_string(mostValues) + " values and keys");
+      return false;
+    }
+    if (error) {
+      problems.Add("", "is not JSON: " + error.message() + " at byte " + std::to_string(parsed));
+      return false;
+    }
     for (const std::string& key : parser.handler().Found()) {
       problems.Add("", "the key \"" + Quoted(key) + "\" stands twice in one object");
     }
@@ -244,11 +260,12 @@ struct PostCheck::Body {
     valijson::ValidationResults results;
     valijson::Validator validator;
     const std::size_t before = problems.Number();
-    if (validator.validate(schema, BoostJsonAdapter(document), &results)) return;
+    if (validator.validate(schema, BoostJsonAdapter(document), &results)) return true;
     for (const auto& broken : results) {
       if (const auto fault = FaultOf(broken, source, document)) problems.Add(PlaceOf(broken.context), *fault);
     }
     if (problems.Number() == before) problems.Add("", "is not what the schema describes");
+    return true;
   }
 
   js::value source;
@@ -269,8 +286,9 @@ CheckedPost PostCheck::Check(const Post& post) const {
   problems.ExpectSame("path", post.path, "/ingest");
   problems.ExpectSame("content-type", post.contentType, "application/json");
   problems.ExpectSame("x-api-key", post.apiKey, names::ingestProject);
-  body_->CheckEnvelope(post.body, problems);
-  CheckedPost checked{.problems = problems.Take(), .event = FirstEvent(post.body), .app = {}, .kind = {}};
+  CheckedPost checked;
+  if (body_->CheckEnvelope(post.body, problems)) checked.event = FirstEvent(post.body);
+  checked.problems = problems.Take();
   checked.app = DataText(checked.event, "source.name");
   checked.kind = DataText(checked.event, "event.value");
   return checked;

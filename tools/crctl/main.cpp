@@ -1,14 +1,17 @@
 // crctl: what a person at a terminal wants of CRDaemon. Here is how it is told; what it does stands in Verbs.h.
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <variant>
 
 #include "CRDaemon/ProcessValues.h"
 #include "support/Json.h"
 #include "tools/crctl/ErrorLines.h"
+#include "tools/crctl/Printable.h"
 #include "tools/crctl/Verbs.h"
 
 namespace {
@@ -141,15 +144,15 @@ void AddIngest(CLI::App& app, Options& options) {
 
 bool Print(const Answer& answer, bool asJson) {
   if (!asJson) {
-    std::cout << answer.text << std::flush;
+    std::cout << crctl::Printable(answer.text, crctl::LineBreaks::kept) << std::flush;
     return true;
   }
   auto written = json::Write(platform::Value(answer.json));
   if (const auto* error = std::get_if<json::Error>(&written)) {
-    std::cerr << "crctl: " << error->description << '\n';
+    std::cerr << crctl::Line("crctl: " + error->description);
     return false;
   }
-  std::cout << std::get<std::string>(written) << std::endl;
+  std::cout << crctl::Line(std::get<std::string>(written)) << std::flush;
   return true;
 }
 
@@ -158,16 +161,18 @@ ExitStatus Run(const Options& options) {
   ProcessWide() = InitialProcessValues();
   const Answer answer = options.verb();
   for (const std::string& line : errorLines.Take()) {
-    if (answer.error.empty()) std::cerr << "crctl: " << line << '\n';
+    if (answer.error.empty()) std::cerr << crctl::Line("crctl: " + line);
   }
   const bool printed = answer.json.empty() || Print(answer, options.json);
-  if (!answer.error.empty()) std::cerr << "crctl: " << answer.error << '\n';
+  if (!answer.error.empty()) std::cerr << crctl::Line("crctl: " + answer.error);
   return answer.isWell && printed ? well : notWell;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
+  // A write without a reader, or beyond the limit of a file's size, then fails as on a full disk.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   CLI::App app("Looks after CRDaemon: why no report arrives, what is queued, what it remembers", "crctl");
   Options options;
   app.set_version_flag("--version", std::string("crctl ") + CRCTL_VERSION);
@@ -183,10 +188,15 @@ int main(int argc, char** argv) try {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? well : usage;
+    std::ostringstream help;
+    std::ostringstream complaint;
+    const int status = app.exit(error, help, complaint);
+    std::cout << crctl::Printable(help.str(), crctl::LineBreaks::kept);
+    std::cerr << crctl::Printable(complaint.str(), crctl::LineBreaks::kept);
+    return status == 0 ? well : usage;
   }
   return Run(options);
 } catch (const std::exception& error) {
-  std::cerr << "crctl: " << error.what() << '\n';
+  std::cerr << crctl::Line(std::string("crctl: ") + error.what());
   return notWell;
 }
