@@ -49,7 +49,7 @@ struct RunningProgram {
   std::int32_t processId = 0;
   std::vector<std::string> arguments;  // element 0 is the program
 };
-// The living processes of that whole name.
+// The living processes of that whole name that belong to the user this process runs as.
 [[nodiscard]] std::vector<RunningProgram> RunningPrograms(const std::string& name);
 
 }  // namespace platform

@@ -143,7 +143,9 @@ std::vector<RunningProgram> RunningPrograms(const std::string& name) {
   if (!processes) return programs;
   while (const auto entry = processes->Next()) {
     const auto id = Decimal(*entry);
-    if (id && ProcessName(*id) == name) programs.push_back({.processId = *id, .arguments = ArgumentsOf(*entry)});
+    if (!id || ProcessName(*id) != name) continue;
+    const auto access = AccessOf("/proc/" + *entry);
+    if (access && access->isOwn) programs.push_back({.processId = *id, .arguments = ArgumentsOf(*entry)});
   }
   return programs;
 }

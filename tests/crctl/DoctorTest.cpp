@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -104,6 +105,17 @@ TEST(Doctor, RunsAreLookedAt) {
   EXPECT_EQ(StateOf(outcome, "reporter"), "error") << outcome.output;
   EXPECT_EQ(StateOf(outcome, "throttling"), "warning") << outcome.output;
   EXPECT_EQ(StateOf(sandbox.Crctl({"doctor", "--json", "--app", "Nobody's"}), "daemon"), "error");
+
+  // A daemon of root's is not this user's business.
+  if (geteuid() != 0) GTEST_SKIP() << "only root can start one for another user";
+  const std::string program = sandbox.Folder() / "bin/CRDaemon";
+  fs::remove(program);
+  fs::copy_file("/bin/sleep", program);
+  const demo::Program other(fork());
+  if (other.Id() == 0) _exit(execl(program.c_str(), program.c_str(), "60", "1", nullptr));
+  const auto isThere = [&] { return demo::ContentOf("/proc/" + std::to_string(other.Id()) + "/comm") == "CRDaemon\n"; };
+  ASSERT_TRUE(demo::Eventually(isThere));
+  EXPECT_EQ(StateOf(sandbox.Crctl({"doctor", "--json", "--pid", "60"}), "daemon"), "error");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "tests/crctl/CrctlSteps.h"
@@ -108,6 +109,38 @@ TEST(Log, TurnsOnAndOffAndShowsTheHostsOwn) {
     return demo::ContentOf(sandbox.Folder() / "follow.out").find("VALUE:Exception delivered") != std::string::npos;
   }));
   EXPECT_FALSE(follower.Status());
+}
+
+// A terminal would obey them.
+TEST(Printing, ControlCharactersOfOthersAreShown) {
+  CrctlSandbox sandbox;
+  const std::string escape = "\x1b]0;x\x07";
+  const std::string event =
+      "<plist version=\"1.0\"><dict><key>source.name</key><string>P\xC2\x9Bx</string></dict></plist>";
+  sandbox.Put(sandbox.Queue() / ("crMacLog_" + escape + ".log"), event);
+  sandbox.Put(sandbox.Preferences(),
+              "<plist version=\"1.0\"><dict><key>lastCrash_A\xC2\x9B</key><string>\xC2\x85</string></dict></plist>");
+  sandbox.Put(sandbox.Library() / "Logs/Malvex/CrDebugLogs/CRLog-1.txt", "line " + escape + " \xff\n");
+  const std::vector<std::string> verbs[] = {{"queue", "list"},
+                                            {"queue", "show", escape},
+                                            {"queue", "post"},
+                                            {"stored", "list"},
+                                            {"log", "show"},
+                                            {"convert", "/" + escape},
+                                            {"doctor", "--reporter", "/" + escape},
+                                            {"log", "show", escape}};
+  sandbox.TellService("status 503");
+  for (auto verb : verbs) {
+    for (const bool isJson : {false, true}) {
+      const std::string output = sandbox.Crctl(verb).output;
+      EXPECT_TRUE(std::none_of(output.begin(), output.end(), [](char byte) {
+        return byte != '\n' && (static_cast<unsigned char>(byte) < ' ');
+      })) << output;
+      EXPECT_EQ(output.find('\xC2'), std::string::npos) << output;
+      EXPECT_NE(output.find("\\u00"), std::string::npos) << verb.front() << ": " << output;
+      if (!isJson) verb.emplace_back("--json");
+    }
+  }
 }
 
 TEST(Notify, ARealDaemonHearsIt) {

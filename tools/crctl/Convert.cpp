@@ -34,7 +34,7 @@ Answer PrintedEnvelope(const Dictionary& event) {
   const Value envelope = upload::Envelope(event, platform::Now());
   auto written = json::Write(envelope);
   if (const auto* error = std::get_if<json::Error>(&written)) return Failed(error->description);
-  return {.text = std::get<std::string>(written) + "\n", .json = *envelope.As<Dictionary>(), .error = {}};
+  return {.text = Line(std::get<std::string>(written)), .json = *envelope.As<Dictionary>(), .error = {}};
 }
 
 Answer Convert(const std::string& report, const ReportSource& source) {

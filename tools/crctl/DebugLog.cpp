@@ -85,8 +85,8 @@ class FollowedLog {
 };
 
 std::string Printed(const std::string& path, const std::string& line, bool asJson) {
-  if (!asJson) return line;
-  return std::get<std::string>(json::Write(Value(platform::Dictionary{{"path", path}, {"line", line}})));
+  if (!asJson) return Line(line);
+  return Line(std::get<std::string>(json::Write(Value(platform::Dictionary{{"path", path}, {"line", line}}))));
 }
 
 Answer Told(const std::string& state, const std::string& text) {
@@ -144,7 +144,7 @@ Answer FollowLogs(bool asJson) {
   while (std::cout) {
     for (const auto& [created, path] : LogsByAge()) {
       FollowedLog& log = logs.try_emplace(path, path, start).first->second;
-      while (const auto line = log.Next()) std::cout << Printed(path, *line, asJson) << '\n';
+      while (const auto line = log.Next()) std::cout << Printed(path, *line, asJson);
     }
     std::cout.flush();
     start = FollowedLog::Start::atItsBegin;

@@ -16,9 +16,7 @@ std::string LineOf(const Finding& finding) {
   constexpr std::size_t stateWidth = 9;
   constexpr std::size_t nameWidth = 20;
   const std::string advice = finding.advice.empty() ? "" : " -> " + finding.advice;
-  std::string seen = finding.seen + advice;
-  std::replace(seen.begin(), seen.end(), '\n', ' ');
-  return Padded(TextOf(finding.state), stateWidth) + Padded(finding.name, nameWidth) + seen + "\n";
+  return Line(Padded(TextOf(finding.state), stateWidth) + Padded(finding.name, nameWidth) + finding.seen + advice);
 }
 
 platform::Value JsonOf(const Finding& finding) {

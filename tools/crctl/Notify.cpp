@@ -24,7 +24,7 @@ Answer Notify(const std::string& name, std::int32_t host, const std::vector<std:
   if (const auto error = platform::PostNotification(name, userInfo)) {
     return Failed("cannot post on the session bus: " + error.message() + " (see: crctl doctor)");
   }
-  return {.text = "posted " + name + " for process " + std::to_string(host) + "\n",
+  return {.text = Line("posted " + name + " for process " + std::to_string(host)),
           .json = {{"name", name}, {"userInfo", platform::Value(std::move(posted))}},
           .error = {}};
 }

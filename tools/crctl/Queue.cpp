@@ -110,9 +110,9 @@ Answer ListQueue() {
     const Dictionary event = ReadEvent(path).value_or(Dictionary());
     Dictionary facts = FactsOf(path);
     for (const char* key : {"event.value", "source.name", "source.version"}) facts.Set(key, TextOf(event, key));
-    answer.text += IdOf(path) + "  " + TextOf(facts, "created") + "  " + TextOf(event, "event.value") + "  " +
-                   TextOf(event, "source.name") + " " + TextOf(event, "source.version") +
-                   (facts.Find("postedBy")->IsNull() ? "\n" : "  (being posted)\n");
+    answer.text += Line(IdOf(path) + "  " + TextOf(facts, "created") + "  " + TextOf(event, "event.value") + "  " +
+                        TextOf(event, "source.name") + " " + TextOf(event, "source.version") +
+                        (facts.Find("postedBy")->IsNull() ? "" : "  (being posted)"));
     events.emplace_back(std::move(facts));
   }
   if (events.empty()) answer.text = "The queue is empty.\n";
@@ -126,7 +126,7 @@ Answer ShowEvent(const std::string& id) {
   const auto event = ReadEvent(*path);
   if (!event) return Failed("cannot read event " + id + ": " + Joined(ErrorLines::Get().Take()));
   Answer answer;
-  for (const auto& [key, value] : *event) answer.text += key + ": " + Shown(value) + "\n";
+  for (const auto& [key, value] : *event) answer.text += Line(key + ": " + Shown(value));
   if (event->empty()) answer.text = "(not to be understood: it is posted as an event without contents of its own)\n";
   answer.json = FactsOf(*path);
   answer.json.Set("event", Value(*event));
@@ -149,7 +149,7 @@ Answer PostEvents(const std::vector<std::string>& ids) {
   for (const std::string& path : chosen) {
     const Outcome outcome = PostOne(path, run);
     if (!outcome.isGone) ++stayed;
-    answer.text += IdOf(path) + "  " + (outcome.isGone ? "posted" : "stays: " + outcome.why) + "\n";
+    answer.text += Line(IdOf(path) + "  " + (outcome.isGone ? "posted" : "stays: " + outcome.why));
     events.emplace_back(Dictionary{
         {"id", IdOf(path)}, {"posted", Value(outcome.isGone)}, {"error", outcome.isGone ? "" : outcome.why}});
   }
@@ -169,7 +169,7 @@ Answer ExpireQueue(bool onlyName) {
     Ingester::forEachFileAtPath(ProcessWide().REPORTS_DIR, [&](const std::string& path) {
       if (!Ingester::shouldDeleteFile(path)) return true;
       if (!onlyName) deleteFile(path);
-      answer.text += path + "\n";
+      answer.text += Line(path);
       expired.emplace_back(path);
       return true;
     });

@@ -47,7 +47,7 @@ Answer ListStored() {
   Array records;
   for (const auto& [key, value] : *stored) {
     const auto* report = value.As<std::string>();
-    answer.text += key + "  " + (report == nullptr ? "(no text)" : *report) + "\n";
+    answer.text += Line(key + "  " + (report == nullptr ? "(no text)" : *report));
     records.emplace_back(Dictionary{{"key", key}, {"report", report == nullptr ? Value() : value}});
   }
   if (records.empty()) answer.text = "Nothing is stored.\n";
@@ -70,7 +70,7 @@ Answer ForgetStored(const StoredChoice& choice) {
       const std::string why = Joined(ErrorLines::Get().Take());
       return Failed("cannot write " + preferences::FilePath() + (why.empty() ? "" : ": " + why));
     }
-    answer.text += key + "  forgotten\n";
+    answer.text += Line(key + "  forgotten");
     forgotten.emplace_back(key);
   }
   if (forgotten.empty()) answer.text = "Nothing is stored.\n";
