@@ -6,6 +6,7 @@
 #   share               manual pages, completion, documents, examples
 #
 # All of it can be moved as a whole. "product" builds what is installed and no more.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME daemon)
 include(cmake/ManPages.cmake)
 
 set(programs CRDaemon CRDaemon-http crctl)

@@ -109,7 +109,7 @@ Sandbox::Sandbox(const SandboxOptions& options) {
   for (const char* name : {"CRDaemon", "CRDaemon-http", "SampleHost", "SampleReporter", "crctl"}) {
     fs::copy_file(programs / name, folder_ / "bin" / name);
   }
-  fs::copy_file(programs.parent_path() / "lib/libcrhost.so.0", folder_ / "bin/libcrhost.so.0");
+  fs::copy_file(programs.parent_path() / "lib/libcrhost.so.1", folder_ / "bin/libcrhost.so.1");
   environment = {
       {"HOME", folder_ / "home"}, {"PATH", "/usr/bin:/bin"}, {"TZ", "UTC"}, {"SAMPLE_OUTPUT", folder_ / "started"}};
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
