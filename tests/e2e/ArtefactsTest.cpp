@@ -40,39 +40,6 @@ TEST(Artefacts, DumpSessionAndModuleGoWithTheReport) {
   EXPECT_TRUE(fs::exists(dump));
 }
 
-TEST(Artefacts, DeliveredExceptionWithADumpMarksTheSessionAlone) {
-  Sandbox sandbox;
-  sandbox.InstallCrashProcessor();
-  HostRun run = sandbox.StartWatchedHost();
-  sandbox.Put(sandbox.PendingDumps(run) / dumpName, "plain");
-  EXPECT_TRUE(demo::Eventually([&] {
-    run.host.Say("notify exceptionDeliveryCompleteion");
-    return run.Logged("Exception delivered");
-  }));
-  run.host.Say("crash");
-  ASSERT_TRUE(run.host.AwaitEnd());
-  ExpectQuietEnd(run);
-
-  EXPECT_TRUE(demo::Eventually([&] { return sandbox.StartedWith("GLCrashProcessor").has_value(); }));
-  EXPECT_FALSE(sandbox.ReporterArguments());
-  EXPECT_TRUE(sandbox.Received().empty());
-  EXPECT_FALSE(fs::exists(sandbox.PendingDumps(run).parent_path()));
-  EXPECT_TRUE(fs::exists(sandbox.PendingDumps(run).parent_path().parent_path()));
-}
-
-TEST(Artefacts, ADumpFolderBehindALinkStays) {
-  Sandbox sandbox;
-  HostRun run = sandbox.StartWatchedHost();
-  const fs::path folder = sandbox.PendingDumps(run).parent_path();
-  const fs::path elsewhere = sandbox.Folder() / "home/Documents" / folder.filename();
-  sandbox.Put(elsewhere / "letter", "dear");
-  sandbox.Put(folder.parent_path() / "x", "");
-  fs::create_directory_symlink(elsewhere, folder);
-  CrashWithSystemReport(sandbox, run);
-  EXPECT_TRUE(run.Logged("refused to remove dump folder " + folder.string()));
-  EXPECT_TRUE(fs::exists(elsewhere / "letter"));
-}
-
 // The report is protected until the dialog is closed.
 TEST(Artefacts, TheDialogLetsTheReportThrough) {
   Sandbox sandbox;

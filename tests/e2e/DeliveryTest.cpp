@@ -49,15 +49,6 @@ TEST_P(RefusedEvent, StaysQueuedAndIsDeliveredByTheNextRun) {
 
 INSTANTIATE_TEST_SUITE_P(E2e, RefusedEvent, testing::Values(400, 500), testing::PrintToStringParamName());
 
-TEST(Delivery, StatusBelow400IsAnAnswer) {
-  Sandbox sandbox;
-  sandbox.TellService("status 399");
-  HostRun run = sandbox.StartWatchedHost();
-  CrashWithSystemReport(sandbox, run);
-  EXPECT_EQ(sandbox.Received().size(), 1U);
-  EXPECT_TRUE(sandbox.QueuedEvents().empty());
-}
-
 TEST(Delivery, TwoDaemonsPostEachOfFiftyEventsOnce) {
   constexpr int events = 50;
   Sandbox sandbox;

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -40,25 +38,6 @@ TEST(HostEnd, SystemReportBecomesEventAndReporter) {
   EXPECT_EQ(arguments[9], "SkylanceSessionId:  ");
   EXPECT_EQ(arguments[13], "0");
   EXPECT_EQ(arguments[15], "11");
-}
-
-TEST(HostEnd, OwnSignalReport) {
-  Sandbox sandbox;
-  HostRun run = sandbox.StartWatchedHost({.elements = {{19, "1"}, {23, "0"}}});
-  run.host.Say("report-signals");
-  run.host.Say("crash");
-  const auto status = run.host.AwaitEnd();
-  ASSERT_TRUE(status && WIFSIGNALED(*status));
-  ExpectQuietEnd(run);
-
-  ASSERT_EQ(sandbox.Received().size(), 1U);
-  const demo::Receipt receipt = sandbox.Received().front();
-  EXPECT_EQ(receipt.Data("event.value"), "abnormal:signal");
-  EXPECT_EQ(receipt.Data("event.error_desc"), "Received signal from Photo");
-  EXPECT_EQ(receipt.Data("event.error_code"), "11");
-  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
-  EXPECT_EQ(sandbox.ReporterArguments()->at(13), "1");
-  EXPECT_TRUE(fs::exists(sandbox.ReporterArguments()->at(0)));
 }
 
 struct QuietEnd {
@@ -106,65 +85,6 @@ INSTANTIATE_TEST_SUITE_P(
                  {"notify appTerminatedNormally"},
                  "Got appTerminatedNormally notification in daemon"},
         QuietEnd{"ExceptionDelivered", {}, {"notify exceptionDeliveryCompleteion", "crash"}, "Exception delivered"}),
-    [](const auto& test) { return test.param.name; });
-
-// The daemon comes too late to take hold of the host: nobody can say how it ended.
-TEST(HostEnd, UnknownStatus) {
-  Sandbox sandbox;
-  demo::Program gone = sandbox.StartProgram({"/bin/true"}, "true.out");
-  ASSERT_EQ(gone.AwaitEnd(), 0);
-  HostRun run = sandbox.StartWatchedHost({.elements = {{1, std::to_string(gone.Id())}}});
-  sandbox.Put(sandbox.Reports() / reportName, demo::SystemReport(gone.Id()));
-  EXPECT_TRUE(run.AwaitMessage("exitStatus -1"));
-  EXPECT_TRUE(run.AwaitMessage("stopped"));
-  run.host.Say("exit 0");
-  ASSERT_TRUE(run.host.AwaitEnd());
-  ExpectQuietEnd(run);
-
-  EXPECT_EQ(sandbox.Received().size(), 1U);
-  ASSERT_TRUE(demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }));
-  EXPECT_EQ(sandbox.ReporterArguments()->at(15), "-1");
-}
-
-struct Policy {
-  const char* name;
-  const char* alwaysNeverSend;
-  std::map<int, std::string> elements;
-  bool reporterStarts;
-  const char* message;
-};
-
-class ReporterPolicy : public testing::TestWithParam<Policy> {};
-
-TEST_P(ReporterPolicy, EventIsPostedAndPreferencesSurvive) {
-  const std::string foreign = "<key>windows</key><dict><key>zoom</key><real>1.5</real><key>area</key><array/></dict>";
-  Sandbox sandbox;
-  sandbox.Put(sandbox.Preferences(), "<plist version=\"1.0\"><dict>" + foreign +
-                                         "<key>always_never_send</key><integer>" + GetParam().alwaysNeverSend +
-                                         "</integer></dict></plist>");
-  const auto foreignValue = [&] {
-    const auto root = platform::ParsePropertyList(demo::ContentOf(sandbox.Preferences()));
-    return *root->As<platform::Dictionary>()->begin();
-  };
-  const auto before = foreignValue();
-  HostRun run = sandbox.StartWatchedHost({.elements = GetParam().elements});
-  CrashWithSystemReport(sandbox, run);
-
-  EXPECT_EQ(sandbox.Received().size(), 1U);
-  EXPECT_TRUE(run.Logged(GetParam().message)) << demo::ContentOf(run.logFile);
-  const auto reporterStarted = [&] { return sandbox.ReporterArguments().has_value(); };
-  EXPECT_EQ(GetParam().reporterStarts ? demo::Eventually(reporterStarted) : reporterStarted(),
-            GetParam().reporterStarts);
-  EXPECT_EQ(foreignValue(), before);
-  EXPECT_NE(demo::ContentOf(sandbox.Preferences()).find("<key>lastCrash_Photo_4.2.0_b7</key>"), std::string::npos);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    E2e, ReporterPolicy,
-    testing::Values(
-        Policy{"NeverSend", "2", {}, false, "Malvex Crash Reporter App will not be launched"},
-        Policy{"NeverSendOverridden", "2", {{6, "1"}}, true, "MalvexCrashReporterSendWithoutPrompt is overriding"},
-        Policy{"Throttled", "1", {{25, "1"}}, false, "Malvex Crash Reporter App will not be launched"}),
     [](const auto& test) { return test.param.name; });
 
 // SIGTERM is how a session's end reaches the daemon. The service keeps every answer back for a minute.
@@ -223,37 +143,5 @@ class SystemFolder {
   fs::path path_;
   fs::path report_;
 };
-
-TEST(HostEnd, ReportInTheSystemFolderIsCopied) {
-  if (getuid() != 0) GTEST_SKIP() << "needs to write below /Library";
-  Sandbox sandbox;
-  SystemFolder folder;
-  HostRun run = sandbox.StartWatchedHost({.elements = {{2, "Aperture"}}});
-  const std::string report = demo::SystemReport(run.host.Id());
-  const fs::path original = folder.Put(sandbox, "Aperture-System.ips", report);
-  run.host.Say("crash");
-  ASSERT_TRUE(run.host.AwaitEnd());
-  ExpectQuietEnd(run);
-
-  EXPECT_EQ(sandbox.Received().size(), 1U);
-  const fs::path copy = sandbox.Reports() / "Aperture-System.ips";
-  EXPECT_EQ(demo::ContentOf(copy), report);
-  EXPECT_EQ(fs::status(copy).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-  EXPECT_TRUE(fs::exists(original));
-}
-
-TEST(HostEnd, TooFewArguments) {
-  for (const auto& [count, dies] : std::map<int, bool>{{23, false}, {24, true}, {30, true}}) {
-    Sandbox sandbox;
-    HostRun run = sandbox.StartHost({.elements = {}, .count = count});
-    EXPECT_TRUE(run.AwaitMessage(dies ? "Argument " + std::to_string(count) + " is missing"
-                                      : "Insufficient number of arguments passed to CRDaemon"));
-    run.host.Say("exit 0");
-    ASSERT_TRUE(run.host.AwaitEnd());
-    const auto status = run.daemon.AwaitEnd();
-    ASSERT_TRUE(status);
-    EXPECT_EQ(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGABRT, dies) << count << " elements, status " << *status;
-  }
-}
 
 }  // namespace

@@ -45,12 +45,6 @@ class Disk {
   // The absolute paths of everything, folders with a slash at the end.
   [[nodiscard]] std::vector<std::string> Paths() const;
 
-  // What was asked of entries and files: the cost of a scan.
-  struct Counters {
-    std::size_t names = 0, attributes = 0, reads = 0;
-  };
-  Counters counters;
-
   // --- For the bodies behind platform/Files.h. Relative paths start at the root folder.
   [[nodiscard]] Node* Find(const std::string& path) const;
   [[nodiscard]] std::error_code FailureOf(const std::string& path) const;

@@ -43,7 +43,6 @@ FileKind KindOf(const std::string& path) {
 }
 
 std::optional<Time> CreationDate(const std::string& path) {
-  ++TheDisk().counters.attributes;
   const Disk::Node* node = TheDisk().Find(path);
   return node == nullptr ? std::nullopt : node->created;
 }
@@ -60,7 +59,6 @@ bool IsImmutable(const std::string& path) {
 }
 
 Result<std::string> ReadFile(const std::string& path, std::uint64_t limitBytes) {
-  ++TheDisk().counters.reads;
   if (const auto error = OpenError(path)) return error;
   const std::string& bytes = TheDisk().Find(path)->bytes;
   if (bytes.size() > limitBytes) return std::errc::file_too_large;
@@ -117,15 +115,11 @@ std::optional<std::string> Folder::Next() {
 }
 bool Folder::Next(std::string& name) {
   if (body_->next == body_->names.size()) return false;
-  ++TheDisk().counters.names;
   name = body_->names[body_->next++];
   return true;
 }
 std::error_code Folder::Error() const { return {}; }
-FileKind Folder::KindOf(const std::string& name) const {
-  ++TheDisk().counters.attributes;
-  return platform::KindOf(body_->path + name);
-}
+FileKind Folder::KindOf(const std::string& name) const { return platform::KindOf(body_->path + name); }
 std::optional<Time> Folder::CreationDate(const std::string& name) const {
   return platform::CreationDate(body_->path + name);
 }

@@ -22,25 +22,6 @@ class Launch : public testing::Test {
 
 }  // namespace
 
-TEST_F(Launch, EveryElementIsReadAndLoggedInOrder) {
-  ASSERT_TRUE(Fetch());
-  const auto lines = Pieces(
-      "Argument list:|appName: Photo|appVersion: 7.1|iconPath: /Applications/Photo.icns|crPath: /Applications/Reporter|"
-      "MalvexCrashReporterValue: 0|browserAppName: |browserAppVersion: |browserAppBuild: |binaryImageName: |"
-      "defaultDescription: Photo has quit|malvexProductVersion: 7.1.0|malvexProductBuild: 1042|"
-      "skylanceProductFamily: Imaging|skylanceProductName: Photo|crashDialogDisplayName: Photo!|showOnlyOnce: 0|"
-      "scalingFactor: 1.0|showCRDialogForSignal: 1|crDialogOptions: dialog-options|crDialogEmail: anna@example.org|"
-      "crashReporterVersion: 3.2|isAppLaunchedFromLaunchd: 1|daemonWaitTimeInSeconds: 30|disableCrashReporting: 0|"
-      "acctUserGUID: USER-GUID|codeType: X86-64|crashPadDumpDirectory: |crashPadDumpFile: |isDumpAttached: No|"
-      "logCrashingModulePreference: 0|sessionLicenseTypeVal: trial");
-  ASSERT_EQ(machine.log.size(), lines.size() + 1);
-  EXPECT_TRUE(
-      machine.log[0].text.starts_with("Complete Argument List: \"/opt/crdaemon/CRDaemon\" \"4711\" \"Photo\" "));
-  EXPECT_TRUE(machine.log[0].text.ends_with("\"trial\" \"1\" "));
-  for (std::size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(machine.log[i + 1].text, lines[i]);
-  EXPECT_EQ(daemon.sessionLicenseTypeVal, "trial");
-}
-
 TEST_F(Launch, Conversions) {
   const struct {
     const char* text;

@@ -51,23 +51,6 @@ TEST_F(Queue, StatusBelow400DeliversAndOthersWaitForTheNextRun) {
   EXPECT_FALSE(machine_.disk.Has(eventFile));
 }
 
-TEST_F(Queue, EnvelopeHoldsTheConstantsUnderTheEvent) {
-  machine_.disk.Put(eventFile, *platform::WritePropertyList(platform::Value(platform::Dictionary{
-                                   {"env.fw.name", "Own"}, {"event.error_code", platform::Value::State(11.5)}})));
-  RunIngester();
-  ASSERT_EQ(machine_.posted.size(), 1U);
-  const auto& post = machine_.posted[0];
-  EXPECT_EQ(post.url, upload::ServiceUrl());
-  EXPECT_EQ(post.headerLines,
-            (std::vector<std::string>{"content-type: application/json", "x-api-key: evtsk-dsk-channel"}));
-  EXPECT_EQ(post.Event("env.fw.name"), "Own");
-  EXPECT_EQ(post.Event("event.error_code"), "11.5");
-  EXPECT_EQ(post.Event("source.platform"), "Mac");
-  EXPECT_EQ(post.Event("event.subtype"), "exit");
-  EXPECT_TRUE(post.body.starts_with(R"({"events":[{"project":"evtsk-dsk-channel","environment":"prod","time":")"))
-      << post.body;
-}
-
 TEST_F(Queue, ReportBecomesAPrivateEventThatIsPosted) {
   machine_.disk.Put("/r.ips", TextReport());
   machine_.answers = {{500}, {500}};

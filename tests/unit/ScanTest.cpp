@@ -143,21 +143,6 @@ TEST_F(Scan, ACopyThatFailsIsNoReportAndOneThatIsThereIsKept) {
   EXPECT_FALSE(ProcessWide().isAppleReportAvailable);
 }
 
-TEST_F(Scan, OnlyCandidatesAreLookedAtAmongAHundredThousand) {
-  const std::string folder = userReports;
-  machine.disk.Make(Disk::Kind::folder, folder);
-  for (int i = 0; i < 100'000; ++i)
-    machine.disk.Add(GetUserDiagnosticPath() + "/Other-" + std::to_string(i) + ".ips", {});
-  machine.disk.Put(folder + "Photo-1.ips", JsonReport(), platform::Now() - 1h);
-  for (const auto* name : {"Photo-2.txt", "Photo-9.ips", "Photo-3.ips"}) machine.disk.Put(folder + name, JsonReport());
-  machine.disk.counters = {};
-  MyDaemon::FoundReports found;
-  EXPECT_EQ(ReadFolder(found), "Photo-9.ips");  // the first in directory order
-  EXPECT_EQ(machine.disk.counters.names, 100'003U);
-  EXPECT_EQ(machine.disk.counters.attributes, 2U);
-  EXPECT_EQ(machine.disk.counters.reads, 1U);
-}
-
 TEST_F(Scan, CleanupRemovesWhatIsOlderThanTwelveMinutes) {
   const auto now = platform::Now();
   const std::string folder = userReports;

@@ -286,19 +286,6 @@ TEST(WaitLoop, ABadArgumentListEndsWithTheHost) {
   }
 }
 
-TEST(WaitLoop, AnHourOfALivingHostIsOneTestASecond) {
-  SimulatedMachine machine;
-  std::size_t looks = 0;
-  const auto lookedAt = [&machine] { return machine.disk.counters.names + machine.disk.counters.attributes; };
-  machine.At(500ms).Do([&] { looks = lookedAt(); });
-  machine.At(3599500ms).Do([&] { looks = lookedAt() - looks; });
-  machine.At(1h).HostDies(0);
-  MyDaemon daemon;
-  machine.Run(daemon, HostArguments());
-  EXPECT_EQ(machine.livenessTests, 3600U);
-  EXPECT_EQ(looks, 0U);
-}
-
 TEST(WaitLoop, NoticesAboutOthersChangeNothing) {
   SimulatedMachine machine;
   machine.At(2s).Notify(names::terminatedNormally, {{"pid", "47"}});
