@@ -251,7 +251,7 @@ Task<void> IngestService::Body::List(Exchange& exchange) {
   Pieces pieces(exchange);
   co_await pieces.Add(R"({"events":[)");
   std::size_t bytes = 0;
-  for (std::string_view comma = ""; id <= last && bytes < sliceBytes; ++id, comma = ",") {
+  for (std::string_view comma; id <= last && bytes < sliceBytes; ++id, comma = ",") {
     bytes += store.Size(id);
     // Cut: what was begun cannot be made whole.
     if (!co_await SendEvent(pieces, id, comma, "")) co_return;

@@ -34,9 +34,8 @@ std::string Printable(std::string_view text, LineBreaks lineBreaks) {
     const std::string_view character = text.substr(0, text.size() - rest.size());
     const auto last = static_cast<unsigned char>(character.back());
     const bool isC1 = character.size() == 2 && static_cast<unsigned char>(character[0]) == firstOfC1 && last < endOfC1;
-    if (character == "\n" && lineBreaks == LineBreaks::kept) {
-      printable += character;
-    } else if (last < ' ' || last == del || isC1) {
+    const bool isKept = character == "\n" && lineBreaks == LineBreaks::kept;
+    if (!isKept && (last < ' ' || last == del || isC1)) {
       printable += "\\u00" + Hexadecimal(last);
     } else if (!text::IsUtf8(character)) {
       printable += "\\x" + Hexadecimal(last);
