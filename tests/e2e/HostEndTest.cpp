@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -112,36 +111,5 @@ TEST(SessionEnd, WaitingEndsAtOnceAndAHandOverIsFinished) {
     EXPECT_EQ(crashes && demo::Eventually([&] { return sandbox.ReporterArguments().has_value(); }), crashes);
   }
 }
-
-// Folders of the machine itself: only those that were made here are removed.
-class SystemFolder {
- public:
-  SystemFolder() {
-    fs::path path = "/";
-    for (const char* name : {"Library", "Logs", "DiagnosticReports"}) {
-      path /= name;
-      if (mkdir(path.c_str(), 0755) == 0) made_.insert(made_.begin(), path);
-    }
-    path_ = path;
-  }
-  SystemFolder(const SystemFolder&) = delete;
-  SystemFolder& operator=(const SystemFolder&) = delete;
-  ~SystemFolder() {
-    std::error_code ignored;
-    if (!report_.empty()) fs::remove(report_, ignored);
-    for (const fs::path& folder : made_) fs::remove(folder, ignored);
-  }
-
-  const fs::path& Put(const Sandbox& sandbox, const std::string& name, const std::string& content) {
-    report_ = path_ / name;
-    sandbox.Put(report_, content);
-    return report_;
-  }
-
- private:
-  std::vector<fs::path> made_;  // innermost first
-  fs::path path_;
-  fs::path report_;
-};
 
 }  // namespace
