@@ -2,13 +2,9 @@
 find_program(LOWDOWN lowdown REQUIRED)
 find_program(GZIP gzip REQUIRED)
 
-# The file FILE packed as distributions do, as a part of "man"; sets VARIABLE to its path.
-function(crd_pack FILE VARIABLE)
+# FILE.gz, packed as distributions do. Some target must depend on it.
+function(crd_pack FILE)
   add_custom_command(OUTPUT "${FILE}.gz" COMMAND "${GZIP}" -9nkf "${FILE}" DEPENDS "${FILE}" VERBATIM)
-  get_filename_component(name "${FILE}" NAME)
-  add_custom_target("pack-${name}" DEPENDS "${FILE}.gz")
-  add_dependencies(product "pack-${name}")
-  set("${VARIABLE}" "${FILE}.gz" PARENT_SCOPE)
 endfunction()
 
 set(man_pages)
@@ -20,9 +16,9 @@ foreach(page CRDaemon.8 crctl.1)
       "-DFOOTER=${PROJECT_NAME} ${PROJECT_VERSION}" -P "${PROJECT_SOURCE_DIR}/cmake/ManPage.cmake"
     DEPENDS "${source}" "${PROJECT_SOURCE_DIR}/cmake/ManPage.cmake"
     VERBATIM)
-  list(APPEND man_pages "${output}")
+  crd_pack("${output}")
+  list(APPEND man_pages "${output}.gz")
   string(REGEX MATCH "[0-9]$" section "${page}")
-  crd_pack("${output}" packed)
-  install(FILES "${packed}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
+  install(FILES "${output}.gz" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
 endforeach()
 add_custom_target(man DEPENDS ${man_pages})

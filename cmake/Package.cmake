@@ -40,11 +40,14 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libcrhost1 (= ${PROJECT_VERSION}),
 
 string(TIMESTAMP date "%a, %d %b %Y 00:00:00 +0000" UTC)
 configure_file(packaging/changelog.in packaging/changelog @ONLY)
-crd_pack("${PROJECT_BINARY_DIR}/packaging/changelog" changelogPacked)
+set(changelog "${PROJECT_BINARY_DIR}/packaging/changelog")
+crd_pack("${changelog}")
+add_custom_target(changelog DEPENDS "${changelog}.gz")
+add_dependencies(product changelog)
 foreach(pair daemon=crdaemon hostkit=libcrhost1 development=libcrhost-dev)
   string(REPLACE "=" ";" pair "${pair}")
   list(POP_FRONT pair component package)
-  install(FILES "${changelogPacked}" packaging/copyright DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}"
+  install(FILES "${changelog}.gz" packaging/copyright DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}"
     COMPONENT "${component}")
 endforeach()
 include(CPack)
